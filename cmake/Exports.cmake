@@ -1,0 +1,15 @@
+# Reads the names of the "global:" part of a linker version script and writes them as
+# SNMPLUMI_EXPORT(name) lines, so C and C++ code can list the library's exports.
+function(snmplumi_generate_export_list map_file out_file)
+  file(READ ${map_file} map)
+  string(REGEX REPLACE "/\\*([^*]|\\*[^/])*\\*/" "" map "${map}")
+  string(REGEX MATCH "global:(.*)local:" globals "${map}")
+  string(REPLACE ";" "\n" body "${CMAKE_MATCH_1}")
+  string(REGEX MATCHALL "[A-Za-z_][A-Za-z0-9_]*" names "${body}")
+  set(content "/* Generated from the linker version script; do not edit. */\n")
+  foreach(name IN LISTS names)
+    string(APPEND content "SNMPLUMI_EXPORT(${name})\n")
+  endforeach()
+  file(CONFIGURE OUTPUT ${out_file} CONTENT "${content}" @ONLY)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${map_file})
+endfunction()

@@ -1,0 +1,254 @@
+/*
+ * snmplumi: APC UPS network cards driven as one locally attached power control unit.
+ *
+ * Conventions of this interface:
+ *  - Every name below is exported from libsnmplumi.so with C linkage.
+ *  - DWORD is a 32-bit unsigned integer and BOOL an int holding 1 or 0, on every target.
+ *  - Status codes are DWORD: 0 is success, failures are the UPS_* codes defined here.
+ *  - Text arguments are NUL-terminated. Buffers passed in belong to the caller and must be at
+ *    least as large as the comment of the call says; the library never keeps a pointer to them.
+ *  - Files named without a directory are relative to the data directory, "$SNMPLUMI_HOME/data"
+ *    (SNMPLUMI_HOME is read when the library is loaded; default "/usr/local/TELMAR").
+ *  - The process-wide variables are plain globals, read and written in place by the host and by
+ *    the library; none of them is guarded by a lock unless its comment says so.
+ *  - No call throws; no call takes ownership of a caller's memory.
+ */
+#ifndef SNMPLUMI_H
+#define SNMPLUMI_H
+
+#include <pthread.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef uint32_t DWORD;
+typedef int BOOL;
+/* A handle is a plain file descriptor. */
+typedef int HANDLE;
+
+#define INVALID_HANDLE_VALUE ((HANDLE)-1)
+
+/* ---- Host status codes ------------------------------------------------------------------- */
+
+#define UPS_ERROR ((DWORD)0x80000000u)
+#define UPS_E_BAD_PROTCOL ((DWORD)0x80000003u) /* spelled so by the host interface */
+#define UPS_E_UNAVAILABLE ((DWORD)0x80000005u)
+#define UPS_E_INVALID_PARAM ((DWORD)0x80000009u)
+#define UPS_E_NO_REGISTER ((DWORD)0x8000000Bu)
+#define UPS_E_NOT_KAVPC ((DWORD)0x8000000Eu)
+#define UPS_E_MANAGER_CONNECTED ((DWORD)0x80000011u)
+#define UPSC_E_PROCESS_NOW ((DWORD)0x80000012u)
+#define UPS_ERROR_ABNORMAL ((DWORD)0x80100000u)
+#define UPS_E_NO_SERVER ((DWORD)0x80100001u)
+#define UPS_E_CANT_ACCESS ((DWORD)0x80100002u)
+#define UPS_E_CANT_SERVER_ATTACH ((DWORD)0x80100004u)
+#define UPS_E_SERVER_SHUTDOWN_NOW ((DWORD)0x80100006u)
+#define UPS_E_SHUTDOWN_NOW ((DWORD)0x80100007u)
+#define UPS_E_NO_SHUTDOWN ((DWORD)0x80100008u)
+#define UPS_E_REGISTER_FAIL ((DWORD)0x8010000Au)
+#define UPS_E_NOT_COMMAND_UPS ((DWORD)0x8010000Du)
+
+/* ---- Ring-buffer logs -------------------------------------------------------------------- */
+
+/* One record into "snmplumi.log": local time, ErrorCode as 8 hex digits, Msg cut or padded to
+ * 80 characters. The file is a ring of 7929 records of 112 bytes behind a 9-byte header. */
+void LumiLocalLog(const char *Msg, DWORD ErrorCode);
+/* The same record into the trap log "$SNMPLUMI_HOME/data/snmptrap/snmp%03d.log" of UPS index. */
+void LumiLocalLogM(int index, const char *Msg, DWORD ErrorCode);
+/* One record without a code into the report log of UPS index under "UPS/": 9000 is MYUPS.LOG,
+ * 9001 and up MYUPS_<n>.LOG, 1000..8999 UPS<nnnn>.LOG, anything else UPS<nnn>.LOG. A ring of
+ * 9901 records of 101 bytes. */
+void ReportLog(int index, const char *Msg);
+/* Maps a status code to the status character of a unit response ('0' for 0) and logs every
+ * code other than 0 with mode as the log code. */
+char SetErs2Status(int mode, DWORD status);
+
+/* ---- Locks and timing -------------------------------------------------------------------- */
+
+/* Locks by g_iMutexMode: 0 blocks, 1 tries 26 times over about 5 seconds. Returns 0 when locked,
+ * otherwise the failure code (-1 for an unknown mode); count only appears in error log lines. */
+int kavac_pthread_mutex_lock(pthread_mutex_t *lock_mutex, int count);
+/* Unlocks only when lock_result (what the lock call returned) is 0. Always returns 0. */
+int kavac_pthread_mutex_unlock(pthread_mutex_t *lock_mutex, int lock_result, int count);
+/* One non-blocking whole-file fcntl lock of type F_RDLCK, F_WRLCK or F_UNLCK; 1 when set. */
+BOOL getlock(int fd, int type);
+/* 1000 ms or more sleeps whole seconds (the remainder is dropped); less sleeps milliseconds. */
+void Sleep(DWORD cMillisecond);
+
+/* ---- Profile (INI) files ----------------------------------------------------------------- */
+
+/* The value of key in section of the file at the full path lpFileName, or the default. Returns
+ * the characters stored. A value longer than nSize is cut to nSize - 1 characters; a value of
+ * exactly nSize characters is stored whole, so lpReturnedString must hold nSize + 1 bytes.
+ * A missing value stores lpDefault (cut to nSize - 1), puts a NUL at lpReturnedString[nSize - 1]
+ * and returns nSize - 1. nSize below 1 stores nothing and returns 0. */
+int GetPrivateProfileString(const char *lpAppName, const char *lpKeyName, const char *lpDefault,
+                            char *lpReturnedString, int nSize, const char *lpFileName);
+/* atoi of the value, negative values as 0; nDefault when the key is missing. */
+unsigned int GetPrivateProfileInt(const char *lpAppName, const char *lpKeyName, int nDefault,
+                                  const char *lpFileName);
+/* Rewrites the file at the full path with key set to value, through a temporary file in the
+ * data directory that replaces the target in one rename. 1 on success, 0 on failure. */
+BOOL WritePrivateProfileString(const char *lpAppName, const char *lpKeyName, const char *lpString,
+                               const char *lpFileName);
+BOOL WriteStringToFile(const char *lpFileName, const char *lpAppName, const char *lpKeyName,
+                       const char *lpString);
+/* Reads key from a file of the data directory into pReturnedString, which must hold 251 bytes;
+ * it holds "<default>" when the file, section or key is absent. An empty file is deleted first.
+ * ReadConfigFileEx serialises on g_hLocalIniFileMutex, ReadConfigFileEx3 does not, and
+ * ReadConfigFileEx2 neither locks nor deletes an empty file. */
+void ReadConfigFileEx(const char *pFileName, const char *pAppName, const char *pKeyName,
+                      char *pReturnedString);
+void ReadConfigFileEx2(const char *pFileName, const char *pAppName, const char *pKeyName,
+                       char *pReturnedString);
+void ReadConfigFileEx3(const char *pFileName, const char *pAppName, const char *pKeyName,
+                       char *pReturnedString);
+/* Sets key in a file of the data directory, with the same three locking variants. */
+void WriteConfigFileEx(const char *pFileName, const char *pAppName, const char *pKeyName,
+                       const char *pString);
+void WriteConfigFileEx2(const char *pFileName, const char *pAppName, const char *pKeyName,
+                        const char *pString);
+void WriteConfigFileEx3(const char *pFileName, const char *pAppName, const char *pKeyName,
+                        const char *pString);
+/* Deletes the file of the data directory when it exists and is empty. */
+void FileCheck(const char *pFileName);
+/* 1 when line is the header "[section]" (case-insensitive, '[' in the first column). */
+int IsAppName(const char *line, const char *pAppName);
+/* For a line holding '=': turns the first '=' of line into a blank, stores the text after it
+ * (line end removed) into value, which must hold strlen(line) bytes, and returns 1 when the
+ * first word is pKeyName. A line without '=' returns 0 and stores nothing. */
+int GetKeyName(char *line, const char *pKeyName, char *value);
+/* The value of key in section of the file at the full path, leading blanks skipped, or NULL.
+ * The text lives in a buffer of the calling thread, valid until its next call. */
+char *ReadKeyValue(const char *lpFileName, const char *lpAppName, const char *lpKeyName);
+void InitCfgParameterName(void);
+
+/* ---- Platform-style calls ---------------------------------------------------------------- */
+
+typedef struct {
+  unsigned long Internal;
+  unsigned long InternalHigh;
+  DWORD Offset; /* WriteFile seeks here from the start of the file */
+  DWORD OffsetHigh;
+  void *hEvent;
+} OVERLAPPED;
+
+/* malloc; the memory is not zeroed, whatever the flags. */
+void *GlobalAlloc(unsigned int uFlags, size_t dwBytes);
+/* free; always returns NULL. */
+void *GlobalFree(void *hMem);
+/* Starts a detached thread; returns its id, or 0. */
+uintptr_t _beginthread(void (*start_address)(void *), unsigned int stack_size, void *arglist);
+/* close(2) of the descriptor: 0 or -1. */
+int CloseHandle(HANDLE hObject);
+/* System uptime in whole seconds, times 1000; 0 when unknown. */
+DWORD GetTickCount(void);
+/* open(2) by Win32 access bits and creation disposition 1..4 (5 is refused); -1 on failure. */
+HANDLE CreateFile(const char *lpFileName, DWORD dwDesiredAccess, DWORD dwShareMode,
+                  void *lpSecurityAttributes, DWORD dwCreationDisposition,
+                  DWORD dwFlagsAndAttributes, HANDLE hTemplateFile);
+/* One write(2), at lpOverlapped->Offset when given. 1 and the count written, or 0. */
+BOOL WriteFile(HANDLE hFile, const void *lpBuffer, DWORD nNumberOfBytesToWrite,
+               DWORD *lpNumberOfBytesWritten, OVERLAPPED *lpOverlapped);
+/* Builds "<dir>/<prefix:3><counter:%4.4x>.TMP" into lpTempFileName (at least strlen(dir) + 18
+ * bytes). A non-zero uUnique is used as is and nothing is created; 0 starts from the tick count
+ * and creates the first free name. Returns the counter, or 0 (no directory, or no free name
+ * after 65536 tries). */
+unsigned int GetTempFileName(const char *lpPathName, const char *lpPrefixString,
+                             unsigned int uUnique, char *lpTempFileName);
+/* The path of the running program (hModule must be NULL), cut to nSize - 1 characters. */
+DWORD GetModuleFileName(void *hModule, char *lpFilename, DWORD nSize);
+/* The directory of the running program with a trailing '/'; 1 if it fit, 0 if not. */
+DWORD GetTempPath(DWORD nBufferLength, char *lpBuffer);
+/* strlen, 0 for NULL. */
+int kav_strlen(const char *str);
+
+/* ---- Process-wide state ------------------------------------------------------------------ */
+
+#define SNMPLUMI_UPS_SLOTS 130 /* slot 0 is the main UPS; "127.0.0.1" marks an unused slot */
+#define SNMPLUMI_GROUP_SLOTS 16
+
+/* UPS address tables (64 characters per row, NUL-terminated). */
+extern char UpsIp[130][64];
+extern char UpsIpServer[16][64];
+extern char ServerIP[16][64];
+extern char UpsIpOther[16][64];
+
+/* Status words: word 0 bit 0x10 on battery, bit 0x08 power-fail wait exceeded; word 1 bit 0x80
+ * slot out of service. Only row 0 of ups_Other_X1 is used. */
+extern int ups_X1[130][9];
+extern int ups_Other_X1[4][16];
+extern int ups_Other_X1_t;
+
+/* Fault words: set by the host or a test tool to force the input-status result (row 0 used). */
+extern int ups_Falut;
+extern int ups_Server_Falut[4][16];
+extern int ups_Other_Falut[4][16];
+
+/* Settings, read once when the library is loaded. */
+extern char UpsCommunity[64];
+extern char UpsOffMode[16];
+extern char DilayTimeCut[16];
+extern DWORD PowerFailWait;
+extern DWORD PowerFailWaitOther;
+extern DWORD OtherUpsOnWait;
+extern DWORD SnmpTrapInt; /* milliseconds */
+extern unsigned int GetRetryMax;
+extern unsigned int SetRetryMax;
+extern char SecurityName[16];
+extern unsigned short CommunicationPortNo;
+extern unsigned short ArmPortNo;
+extern char SendIp[64];
+extern int NO_TRAP_SERVICE;
+extern BOOL g_bAC_MIBConvertMode;
+extern int g_Auto_Reboot_Org;
+extern int OffRequestCount;
+extern int OffRequestInterval;
+extern int upsAdvConfigHighTransferVolt;
+extern int upsAdvConfigLowTransferVolt;
+extern int upsAdvConfigAlarm;
+extern DWORD upsAdvConfigAlarmTimer;
+extern int upsAdvConfigMinReturnCapacity;
+extern int upsAdvConfigSensitivity;
+extern DWORD upsAdvConfigLowBatteryRunTime;
+extern DWORD upsAdvConfigBattExhaustThresh;
+extern int upsAdvTestDiagnosticSchedule;
+extern char upsBasicIdentName[40];
+
+/* Run-time flags and counters. */
+extern BOOL g_bDebugMode;
+extern int g_iMutexMode; /* 0 blocking locks, 1 bounded trylock */
+extern int TovLumiStopFlag;
+extern BOOL TovLumiGet_RunFlag;
+extern int running;
+extern int TrapRetStatus;
+extern int WatchingCounter;
+extern int OID2upsSCGMembershipGroupNumberErrorCount;
+extern int UpscApiSupportLevel;
+extern char LumiPathName[256];
+extern DWORD SignalResponse1;
+extern DWORD SignalResponse2;
+
+/* Kept for hosts; the library neither reads nor writes them. */
+extern BOOL DisableDromUpsFlag;
+extern BOOL GetUpsPowerStatusControlFlag;
+extern BOOL GetUpsPowerStatusRunFlag;
+extern BOOL DromLumiDebug;
+extern BOOL DromLumiTrace;
+extern int upsAdvConfigRatedOutputVoltage;
+
+/* Process-private mutexes, default attributes. */
+extern pthread_mutex_t g_hMutexTovLumiStopControl;
+extern pthread_mutex_t g_hLocalLoggingMutex;
+extern pthread_mutex_t g_hLocalLogging2Mutex;
+extern pthread_mutex_t g_hLocalLogging3Mutex;
+extern pthread_mutex_t g_hLocalIniFileMutex;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* SNMPLUMI_H */

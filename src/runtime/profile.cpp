@@ -1,0 +1,309 @@
+// Profile files: sections of key=value lines, read one value at a time and rewritten whole
+// through a temporary file that replaces the target in one rename.
+#include "runtime/profile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "runtime/format_line.h"
+#include "runtime/paths.h"
+#include "runtime/platform.h"
+#include "runtime/system_error.h"
+#include "snmplumi.h"
+
+pthread_mutex_t g_hLocalIniFileMutex = PTHREAD_MUTEX_INITIALIZER;
+
+namespace snmplumi {
+namespace {
+
+constexpr int kReadLockTag = 1000;
+constexpr int kWriteLockTag = 1001;
+
+struct FileCloser {
+  void operator()(std::FILE *f) const { std::fclose(f); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+bool IsBlank(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+
+// The first blank-delimited word of text, as [begin, begin + length).
+const char *FirstWord(const char *text, std::size_t *length) {
+  while (IsBlank(*text)) ++text;
+  const char *end = text;
+  while (*end != '\0' && !IsBlank(*end)) ++end;
+  *length = static_cast<std::size_t>(end - text);
+  return text;
+}
+
+// A "\n" or "\r" in the last position goes, then one in the position before the original last:
+// "\r\n" endings disappear. Trailing blanks stay.
+void CutLineEnd(char *value) {
+  std::size_t length = std::strlen(value);
+  if (length >= 1 && (value[length - 1] == '\n' || value[length - 1] == '\r')) {
+    value[length - 1] = '\0';
+  }
+  if (length >= 2 && (value[length - 2] == '\n' || value[length - 2] == '\r')) {
+    value[length - 2] = '\0';
+  }
+}
+
+// Makes a rename durable: without it a power cut can bring back the old file, or none.
+void SyncDirectoryOf(const char *path) {
+  char dir[4096];
+  if (!FormatPath(dir, sizeof dir, "%s", path)) return;
+  char *slash = std::strrchr(dir, '/');
+  if (slash == nullptr) {
+    std::strcpy(dir, ".");
+  } else if (slash == dir) {
+    dir[1] = '\0';
+  } else {
+    *slash = '\0';
+  }
+  int fd = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return;
+  fsync(fd);
+  close(fd);
+}
+
+// Copies source (nullptr: an empty file) into out with key set to value in every section named
+// section. False on a read or write error.
+bool CopyWithKey(std::FILE *source, std::FILE *out, const char *section, const char *key,
+                 const char *value) {
+  char line[kProfileLineSize];
+  char work[kProfileLineSize];
+  char ignored[kProfileLineSize];
+  bool in_section = false;
+  bool section_found = false;
+  bool key_written = false;
+  while (source != nullptr && std::fgets(line, sizeof line, source) != nullptr) {
+    if (in_section) {
+      if (line[0] == '[') {
+        // A new key lands just before the next section, after any blank lines.
+        if (!key_written) std::fprintf(out, "%s=%s\n", key, value);
+        key_written = true;
+        in_section = false;
+      } else {
+        std::memcpy(work, line, sizeof line);
+        if (GetKeyName(work, key, ignored)) {
+          std::fprintf(out, "%s=%s\n", key, value);  // every such line, not only the first
+          key_written = true;
+        } else {
+          WriteLineAsFormat(out, line);
+        }
+        continue;
+      }
+    }
+    WriteLineAsFormat(out, line);
+    if (IsAppName(line, section)) in_section = section_found = true;
+  }
+  if (in_section && !key_written) std::fprintf(out, "%s=%s\n", key, value);
+  if (!section_found) std::fprintf(out, "\n[%s]\n%s=%s\n", section, key, value);
+  return std::ferror(out) == 0 && (source == nullptr || std::ferror(source) == 0);
+}
+
+}  // namespace
+
+bool DataFilePath(char *dest, std::size_t size, const char *file_name) {
+  return file_name != nullptr && FormatPath(dest, size, "%s/%s", DataDir(), file_name);
+}
+
+}  // namespace snmplumi
+
+using snmplumi::File;
+using snmplumi::kProfileLineSize;
+
+int IsAppName(const char *line, const char *pAppName) {
+  if (line == nullptr || pAppName == nullptr || line[0] != '[') return 0;
+  std::size_t length = 0;
+  const char *word = snmplumi::FirstWord(line, &length);
+  std::size_t name_length = std::strlen(pAppName);
+  return length == name_length + 2 && word[length - 1] == ']' &&
+         strncasecmp(word + 1, pAppName, name_length) == 0;
+}
+
+int GetKeyName(char *line, const char *pKeyName, char *value) {
+  if (line == nullptr) return 0;
+  char *equals = std::strchr(line, '=');
+  if (equals == nullptr) return 0;
+  *equals = ' ';
+  if (value != nullptr) {
+    std::strcpy(value, equals + 1);
+    snmplumi::CutLineEnd(value);
+  }
+  if (pKeyName == nullptr) return 0;
+  std::size_t length = 0;
+  const char *word = snmplumi::FirstWord(line, &length);
+  return length > 0 && length == std::strlen(pKeyName) && std::strncmp(word, pKeyName, length) == 0;
+}
+
+char *ReadKeyValue(const char *lpFileName, const char *lpAppName, const char *lpKeyName) {
+  // Per-thread buffers: host threads read profiles concurrently.
+  thread_local char line[kProfileLineSize];
+  thread_local char value[kProfileLineSize];
+  if (lpFileName == nullptr || lpAppName == nullptr || lpKeyName == nullptr) return nullptr;
+  File file(std::fopen(lpFileName, "re"));
+  if (!file) return nullptr;
+  bool in_section = false;
+  while (!in_section) {
+    if (std::fgets(line, sizeof line, file.get()) == nullptr) return nullptr;
+    in_section = IsAppName(line, lpAppName) != 0;
+  }
+  // Only the first section of that name is searched; any line starting with '[' ends it.
+  while (std::fgets(line, sizeof line, file.get()) != nullptr) {
+    if (line[0] == '[') return nullptr;
+    if (GetKeyName(line, lpKeyName, value)) {
+      char *start = value;
+      while (*start == ' ' || *start == '\t') ++start;
+      return start;
+    }
+  }
+  return nullptr;
+}
+
+int GetPrivateProfileString(const char *lpAppName, const char *lpKeyName, const char *lpDefault,
+                            char *lpReturnedString, int nSize, const char *lpFileName) {
+  if (lpReturnedString == nullptr || nSize < 1) return 0;
+  const auto size = static_cast<std::size_t>(nSize);
+  if (const char *found = ReadKeyValue(lpFileName, lpAppName, lpKeyName)) {
+    std::size_t length = std::strlen(found);
+    if (length > size) {
+      std::memcpy(lpReturnedString, found, size - 1);
+      lpReturnedString[size - 1] = '\0';
+      return nSize - 1;
+    }
+    // A value of exactly nSize characters is stored whole with its NUL at [nSize]: the test is
+    // "greater than", kept so; the caller's buffer has room for it.
+    std::memcpy(lpReturnedString, found, length + 1);
+    return static_cast<int>(length);
+  }
+  const char *fallback = lpDefault != nullptr ? lpDefault : "";
+  std::size_t length = std::min(std::strlen(fallback), size - 1);
+  std::memcpy(lpReturnedString, fallback, length);
+  lpReturnedString[length] = '\0';
+  lpReturnedString[size - 1] = '\0';
+  return nSize - 1;
+}
+
+unsigned int GetPrivateProfileInt(const char *lpAppName, const char *lpKeyName, int nDefault,
+                                  const char *lpFileName) {
+  const char *found = ReadKeyValue(lpFileName, lpAppName, lpKeyName);
+  if (found == nullptr) return static_cast<unsigned int>(nDefault);
+  int value = std::atoi(found);
+  return value < 0 ? 0u : static_cast<unsigned int>(value);
+}
+
+BOOL WriteStringToFile(const char *lpFileName, const char *lpAppName, const char *lpKeyName,
+                       const char *lpString) {
+  if (lpFileName == nullptr || lpAppName == nullptr || lpKeyName == nullptr ||
+      lpString == nullptr) {
+    return 0;
+  }
+  // A missing file is created empty first: until the rename it reads as absent.
+  const bool exists = access(lpFileName, F_OK) == 0;
+  File source(std::fopen(lpFileName, exists ? "re" : "we"));
+  if (!source) return 0;
+  if (!exists) source.reset();
+
+  char temp_path[4096];
+  if (!snmplumi::CreateTempFile(snmplumi::DataDir(), "_um", temp_path, sizeof temp_path, nullptr)) {
+    return 0;
+  }
+  File out(std::fopen(temp_path, "we"));
+  if (!out) {
+    unlink(temp_path);
+    return 0;
+  }
+  bool copied = snmplumi::CopyWithKey(source.get(), out.get(), lpAppName, lpKeyName, lpString);
+  source.reset();
+  // The target is replaced only by a complete copy that has reached the disk: a full disk or a
+  // killed process leaves the old file in place.
+  copied = copied && std::fflush(out.get()) == 0 && fsync(fileno(out.get())) == 0;
+  copied = (std::fclose(out.release()) == 0) && copied;
+  if (!copied || rename(temp_path, lpFileName) != 0) {
+    unlink(temp_path);
+    return 0;
+  }
+  snmplumi::SyncDirectoryOf(lpFileName);
+  return 1;
+}
+
+BOOL WritePrivateProfileString(const char *lpAppName, const char *lpKeyName, const char *lpString,
+                               const char *lpFileName) {
+  return WriteStringToFile(lpFileName, lpAppName, lpKeyName, lpString);
+}
+
+void FileCheck(const char *pFileName) {
+  char path[4096];
+  if (!snmplumi::DataFilePath(path, sizeof path, pFileName)) return;
+  struct stat status;
+  if (lstat(path, &status) != 0) {
+    int error_number = errno;
+    if (error_number != ENOENT) {
+      char msg[4200];
+      std::snprintf(msg, sizeof msg, "[%s] stat err... ", pFileName);
+      LumiLocalLog(msg, static_cast<DWORD>(error_number));
+    }
+    return;
+  }
+  // A file left empty by an interrupted rewrite is treated as absent.
+  if (status.st_size == 0) {
+    char msg[4200];
+    std::snprintf(msg, sizeof msg, "[%s]delete...", pFileName);
+    LumiLocalLog(msg, 0);
+    unlink(path);
+  }
+}
+
+void ReadConfigFileEx2(const char *pFileName, const char *pAppName, const char *pKeyName,
+                       char *pReturnedString) {
+  if (pReturnedString == nullptr) return;
+  std::strcpy(pReturnedString, snmplumi::kDefaultValue);
+  char path[4096];
+  if (!snmplumi::DataFilePath(path, sizeof path, pFileName)) return;
+  GetPrivateProfileString(pAppName, pKeyName, snmplumi::kDefaultValue, pReturnedString,
+                          snmplumi::kConfigReadSize, path);
+}
+
+void ReadConfigFileEx3(const char *pFileName, const char *pAppName, const char *pKeyName,
+                       char *pReturnedString) {
+  FileCheck(pFileName);
+  ReadConfigFileEx2(pFileName, pAppName, pKeyName, pReturnedString);
+}
+
+void ReadConfigFileEx(const char *pFileName, const char *pAppName, const char *pKeyName,
+                      char *pReturnedString) {
+  int lock = kavac_pthread_mutex_lock(&g_hLocalIniFileMutex, snmplumi::kReadLockTag);
+  ReadConfigFileEx3(pFileName, pAppName, pKeyName, pReturnedString);
+  kavac_pthread_mutex_unlock(&g_hLocalIniFileMutex, lock, snmplumi::kReadLockTag);
+}
+
+void WriteConfigFileEx2(const char *pFileName, const char *pAppName, const char *pKeyName,
+                        const char *pString) {
+  char path[4096];
+  if (!snmplumi::DataFilePath(path, sizeof path, pFileName)) return;
+  WritePrivateProfileString(pAppName, pKeyName, pString, path);
+}
+
+void WriteConfigFileEx3(const char *pFileName, const char *pAppName, const char *pKeyName,
+                        const char *pString) {
+  FileCheck(pFileName);
+  WriteConfigFileEx2(pFileName, pAppName, pKeyName, pString);
+}
+
+void WriteConfigFileEx(const char *pFileName, const char *pAppName, const char *pKeyName,
+                       const char *pString) {
+  int lock = kavac_pthread_mutex_lock(&g_hLocalIniFileMutex, snmplumi::kWriteLockTag);
+  WriteConfigFileEx3(pFileName, pAppName, pKeyName, pString);
+  kavac_pthread_mutex_unlock(&g_hLocalIniFileMutex, lock, snmplumi::kWriteLockTag);
+}
+
+void InitCfgParameterName(void) {}

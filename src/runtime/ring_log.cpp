@@ -1,0 +1,162 @@
+#include "runtime/ring_log.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+#include "runtime/clock.h"
+#include "runtime/paths.h"
+#include "snmplumi.h"
+
+// Each writer holds its own mutex for the whole record, so records of one process never
+// interleave; another process writing the same file is not guarded against.
+pthread_mutex_t g_hLocalLoggingMutex = PTHREAD_MUTEX_INITIALIZER;
+pthread_mutex_t g_hLocalLogging2Mutex = PTHREAD_MUTEX_INITIALIZER;
+pthread_mutex_t g_hLocalLogging3Mutex = PTHREAD_MUTEX_INITIALIZER;
+
+namespace snmplumi {
+namespace {
+
+class Fd {
+ public:
+  explicit Fd(int fd) : fd_(fd) {}
+  ~Fd() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  Fd(const Fd &) = delete;
+  Fd &operator=(const Fd &) = delete;
+  int get() const { return fd_; }
+  bool ok() const { return fd_ >= 0; }
+
+ private:
+  int fd_;
+};
+
+int OpenOrCreateRing(const char *path) {
+  int fd = ::open(path, O_RDWR | O_CLOEXEC);
+  if (fd >= 0) return fd;
+  Fd created(::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+  if (!created.ok()) return -1;
+  // The short header reads as position 0; the full one replaces it after the first record.
+  static constexpr char kNewHeader[] = "00000\n";
+  if (::write(created.get(), kNewHeader, sizeof kNewHeader - 1) < 0) {
+    // Ignored like every other write error: the header is then read as position 0.
+  }
+  return ::open(path, O_RDWR | O_CLOEXEC);
+}
+
+long ReadPosition(int fd) {
+  char header[kRingHeaderSize] = {};
+  ssize_t n = ::pread(fd, header, 8, 0);
+  if (n <= 0) return 0;
+  for (ssize_t i = 0; i < n; ++i) {
+    if (header[i] == '\n') header[i] = '\0';
+  }
+  long position = std::atol(header);
+  // Only a header damaged by hand is negative; restart the ring rather than lose the record.
+  return position < 0 ? 0 : position;
+}
+
+// The local time of a record, from the clock seam so tests can fix it.
+std::tm LocalNow() {
+  std::time_t now = CurrentClock().Now();
+  std::tm tm{};
+  localtime_r(&now, &tm);
+  return tm;
+}
+
+const char *OrEmpty(const char *text) { return text != nullptr ? text : ""; }
+
+// "%-80.80s" is the 80-character message field: cut after 80, padded with blanks to 80.
+bool WriteCodedRecord(const char *path, const char *msg, DWORD code) {
+  std::tm t = LocalNow();
+  char record[160];
+  int n = std::snprintf(record, sizeof record, "%02d/%02d/%02d %02d:%02d:%02d [%08x] %-80.80s\n",
+                        t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec,
+                        static_cast<unsigned>(code), OrEmpty(msg));
+  return AppendRingRecord(path, kLibraryLogShape, record, static_cast<std::size_t>(n));
+}
+
+bool WriteReportRecord(const char *path, const char *msg) {
+  std::tm t = LocalNow();
+  char record[160];
+  int n = std::snprintf(record, sizeof record, "%04d/%02d/%02d %02d:%02d:%02d %-80.80s\n",
+                        t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec,
+                        OrEmpty(msg));
+  return AppendRingRecord(path, kReportLogShape, record, static_cast<std::size_t>(n));
+}
+
+// The report log of a UPS index: the main UPS and its companions by 9000 + n, the records of
+// the UPS information file by 1000..8999, the server and other UPSs by their small numbers.
+bool ReportLogPath(char *path, std::size_t size, int index) {
+  const char *dir = DataDir();
+  if (index == 9000) return FormatPath(path, size, "%s/UPS/MYUPS.LOG", dir);
+  if (index > 9000) return FormatPath(path, size, "%s/UPS/MYUPS_%d.LOG", dir, index - 9000);
+  if (index >= 1000) return FormatPath(path, size, "%s/UPS/UPS%04d.LOG", dir, index);
+  return FormatPath(path, size, "%s/UPS/UPS%03d.LOG", dir, index);
+}
+
+}  // namespace
+
+bool AppendRingRecord(const char *path, const RingShape &shape, const char *record,
+                      std::size_t length) {
+  Fd fd(OpenOrCreateRing(path));
+  if (!fd.ok()) return false;
+  long position = ReadPosition(fd.get());
+  // Seek and write errors are ignored: a full disk loses this record and nothing else.
+  (void)!::pwrite(fd.get(), record, length, static_cast<off_t>(kRingHeaderSize + position));
+  long next = position + shape.record_width + 1;
+  if (static_cast<long>(shape.record_width) * shape.records <= next) next = 0;
+  char header[24];  // next is below the ring limit: always eight digits
+  std::snprintf(header, sizeof header, "%08ld\n", next);
+  (void)!::pwrite(fd.get(), header, kRingHeaderSize, 0);
+  return true;
+}
+
+}  // namespace snmplumi
+
+using snmplumi::FormatPath;
+using snmplumi::ScopedMutex;
+
+void LumiLocalLog(const char *Msg, DWORD ErrorCode) {
+  ScopedMutex lock(g_hLocalLoggingMutex);
+  char path[4096];
+  if (FormatPath(path, sizeof path, "%s/snmplumi.log", snmplumi::DataDir())) {
+    snmplumi::WriteCodedRecord(path, Msg, ErrorCode);
+  }
+}
+
+void LumiLocalLogM(int index, const char *Msg, DWORD ErrorCode) {
+  char path[4096];
+  bool written;
+  {
+    ScopedMutex lock(g_hLocalLogging2Mutex);
+    written = FormatPath(path, sizeof path, "%s/data/snmptrap/snmp%03d.log", snmplumi::InstallDir(),
+                         index) &&
+              snmplumi::WriteCodedRecord(path, Msg, ErrorCode);
+  }
+  // Reported only after our own mutex is released: no thread ever holds two log mutexes.
+  if (!written) {
+    char msg[4200];
+    std::snprintf(msg, sizeof msg, " can't open [%s]", path);
+    LumiLocalLog(msg, 0);
+  }
+}
+
+void ReportLog(int index, const char *Msg) {
+  char path[4096];
+  bool written;
+  {
+    ScopedMutex lock(g_hLocalLogging3Mutex);
+    written =
+        snmplumi::ReportLogPath(path, sizeof path, index) && snmplumi::WriteReportRecord(path, Msg);
+  }
+  if (!written) {
+    char msg[4200];
+    std::snprintf(msg, sizeof msg, " Can't make [%s]!", path);
+    LumiLocalLog(msg, 0);
+  }
+}

@@ -1,0 +1,75 @@
+#include "test_home.h"
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include "runtime/paths.h"
+
+namespace snmplumi::testing {
+
+TempHome::TempHome() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "snmplumi-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  root_ = pattern;
+  for (const char *dir : {"data", "data/UPS", "data/snmptrap"}) {
+    std::filesystem::create_directory(root_ + "/" + dir);
+  }
+  setenv("SNMPLUMI_HOME", root_.c_str(), 1);
+  LoadInstallDir();
+}
+
+TempHome::~TempHome() {
+  // The library keeps pointing here: anything written afterwards fails instead of landing in
+  // the real installation directory.
+  std::error_code ignored;
+  std::filesystem::remove_all(root_, ignored);
+}
+
+std::string TempHome::data(const std::string &relative) const {
+  return relative.empty() ? root_ + "/data" : root_ + "/data/" + relative;
+}
+
+void FakeClock::SleepSeconds(unsigned int seconds) {
+  sleeps.push_back(seconds * 1000000UL);
+  now_ += seconds;
+}
+
+void FakeClock::SleepMicros(unsigned long micros) {
+  sleeps.push_back(micros);
+  micros_ += micros;
+  now_ += static_cast<std::time_t>(micros_ / 1000000);
+  micros_ %= 1000000;
+}
+
+std::string FileText(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void PutFile(const std::string &path, const std::string &content) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << content;
+}
+
+bool FileExists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
+
+std::vector<std::string> RingRecords(const std::string &path, std::size_t record_size) {
+  std::string content = FileText(path);
+  std::vector<std::string> records;
+  for (std::size_t at = 9; at + record_size <= content.size(); at += record_size) {
+    records.push_back(content.substr(at, record_size - 1));
+  }
+  return records;
+}
+
+void UseUtc() {
+  setenv("TZ", "UTC", 1);
+  tzset();
+}
+
+}  // namespace snmplumi::testing

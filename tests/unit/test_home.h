@@ -1,0 +1,57 @@
+// Test support: a throw-away installation directory and a clock the test controls.
+#pragma once
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "runtime/clock.h"
+
+namespace snmplumi::testing {
+
+// Creates "<tmp>/snmplumi-XXXXXX" with data/, data/UPS and data/snmptrap, points
+// SNMPLUMI_HOME at it and reloads the installation directory. Removed again at the end.
+class TempHome {
+ public:
+  TempHome();
+  ~TempHome();
+  TempHome(const TempHome &) = delete;
+  TempHome &operator=(const TempHome &) = delete;
+
+  const std::string &root() const { return root_; }
+  std::string data(const std::string &relative = "") const;
+
+ private:
+  std::string root_;
+};
+
+// Fixed wall-clock time that moves only when the code sleeps.
+class FakeClock : public Clock {
+ public:
+  explicit FakeClock(std::time_t now) : now_(now) { SetClockForTesting(this); }
+  ~FakeClock() override { SetClockForTesting(nullptr); }
+
+  std::time_t Now() override { return now_; }
+  void SleepSeconds(unsigned int seconds) override;
+  void SleepMicros(unsigned long micros) override;
+
+  // Every sleep in microseconds, in order.
+  std::vector<unsigned long> sleeps;
+
+ private:
+  std::time_t now_;
+  unsigned long micros_ = 0;
+};
+
+std::string FileText(const std::string &path);
+void PutFile(const std::string &path, const std::string &content);
+bool FileExists(const std::string &path);
+
+// The records of a ring log, in file order, without their trailing newline.
+std::vector<std::string> RingRecords(const std::string &path, std::size_t record_size);
+
+// 2026-11-22 23:28:00 UTC; tests that look at record times run with TZ=UTC.
+inline constexpr std::time_t kSomeTime = 1795390080;
+void UseUtc();
+
+}  // namespace snmplumi::testing
