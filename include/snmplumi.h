@@ -166,6 +166,68 @@ DWORD GetTempPath(DWORD nBufferLength, char *lpBuffer);
 /* strlen, 0 for NULL. */
 int kav_strlen(const char *str);
 
+/* ---- Library start and end --------------------------------------------------------------- */
+
+/* Run by the shared library itself when it is loaded and unloaded; hosts never call them.
+ * lib_init reads "config.apc" and "snmp.apc" into the settings below and creates the mutexes;
+ * lib_end closes the SNMP sessions and destroys the logging mutexes. */
+void lib_init(void);
+void lib_end(void);
+/* Reads TraceMode of section Lumi of "config.apc" into g_bDebugMode ("ON" is on). When the key
+ * is absent it leaves g_bDebugMode alone and sets UpsIp[0] to "127.0.0.1". */
+void DebugModeCheck(void);
+
+/* ---- SNMP access ------------------------------------------------------------------------- */
+
+/* SNMP v1 requests to the UPS network cards. Results: 0, UPS_E_NO_SERVER (no session, the
+ * request could not be built, no answer), UPS_E_CANT_ACCESS (the card answered with an error
+ * status), UPS_E_INVALID_PARAM (SET answered badValue), or 1 (GET with an unknown type letter).
+ *
+ * Type letters: 'i' INTEGER, 'u' Gauge32, 't' TimeTicks, 'a' IpAddress, 's'/'x'/'d' OCTET
+ * STRING, 'o' OBJECT IDENTIFIER, 'n' NULL.
+ *  - GET, 'i' 'u' 't' 'a': Value points to a 32-bit integer that receives the value.
+ *  - GET, 's' 'x' 'd' 'o': the value's bytes are copied to Value without a terminator (clear the
+ *    buffer first); SnmpGetR and SnmpGet copy at most 255 bytes.
+ *  - SET, 'i': Value points to a signed 32-bit integer; 't': to an unsigned 32-bit integer;
+ *    any other letter: Value is the NUL-terminated value text.
+ * Requests from several threads may run at once; a card that does not answer delays only the
+ * requests made to that card. */
+
+struct snmp_session; /* net-snmp's session */
+typedef struct snmp_session *LPSNMP_MGR_SESSION;
+
+typedef struct st_session_tbl {
+  char IP[32]; /* "" marks a free entry */
+  char UPSCommunity[32];
+  LPSNMP_MGR_SESSION session;
+} st_session_tbl;
+
+/* One session per (address, community) pair, opened on first use; entries 0 to 998 are used. */
+extern st_session_tbl g_session_tbl[1000];
+
+/* The session for IP and the current UpsCommunity, opened when needed; NULL when the table is
+ * full, the session cannot be opened, or the address or community is longer than 31
+ * characters. The library keeps and closes it. */
+LPSNMP_MGR_SESSION AC_SnmpMgrOpen(const char *IP);
+/* Closes every session of the table. */
+void SnmpEnd(void);
+
+/* logflag 1 logs the exchange; any other value logs only what debug mode asks for. */
+DWORD SnmpGetR(const char *IP, const char *OID, char type, char *Value, int logflag);
+DWORD SnmpSetR(const char *IP, const char *OID, char type, const char *Value);
+/* The same for the card in row index of UpsIp (0..129; another index gives UPS_E_NO_SERVER). */
+DWORD SnmpGet(const char *OID, char type, char *Value, unsigned char msgf, int index);
+DWORD SnmpSet(const char *OID, char type, const char *Value, int ups_index);
+
+/* Parses a numeric OID text into name (net-snmp's oid), whose capacity the caller gives in
+ * *name_length; sets *name_length to the sub-identifiers stored and returns name, or NULL. */
+unsigned long *xp_snmp_parse_oid(const char *OID, unsigned long *name, size_t *name_length);
+/* The ring of the library's own OID parser: 32 slots of 64 32-bit sub-identifiers. */
+extern char OIDdat[32][256];
+extern signed char OIDdatc;
+/* Writes of this object (upsBasicIdentName) are logged in debug mode only. */
+extern const char OID2upsBasicIdentName[];
+
 /* ---- Process-wide state ------------------------------------------------------------------ */
 
 #define SNMPLUMI_UPS_SLOTS 130 /* slot 0 is the main UPS; "127.0.0.1" marks an unused slot */

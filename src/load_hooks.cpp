@@ -1,8 +1,14 @@
-// Load-time hook of the shared library only; tests that link the core run it themselves.
+// Load-time hooks of the shared library only; tests that link the core run them themselves.
 #include "runtime/paths.h"
+#include "snmplumi.h"
 
 namespace {
 
-__attribute__((constructor)) void OnLoad() { snmplumi::LoadInstallDir(); }
+__attribute__((constructor)) void OnLoad() {
+  snmplumi::LoadInstallDir();
+  lib_init();
+}
+
+__attribute__((destructor)) void OnUnload() { lib_end(); }
 
 }  // namespace

@@ -67,6 +67,23 @@ std::vector<std::string> RingRecords(const std::string &path, std::size_t record
   return records;
 }
 
+std::vector<LogRecord> LibraryLog(const TempHome &home) {
+  std::vector<LogRecord> records;
+  for (const std::string &record : RingRecords(home.data("snmplumi.log"), 112)) {
+    std::string message = record.substr(31);
+    message.erase(message.find_last_not_of(' ') + 1);
+    records.push_back(
+        {static_cast<unsigned>(std::stoul(record.substr(21, 8), nullptr, 16)), message});
+  }
+  return records;
+}
+
+std::vector<std::string> LogMessages(const TempHome &home) {
+  std::vector<std::string> messages;
+  for (const LogRecord &record : LibraryLog(home)) messages.push_back(record.message);
+  return messages;
+}
+
 void UseUtc() {
   setenv("TZ", "UTC", 1);
   tzset();

@@ -50,6 +50,17 @@ bool FileExists(const std::string &path);
 // The records of a ring log, in file order, without their trailing newline.
 std::vector<std::string> RingRecords(const std::string &path, std::size_t record_size);
 
+// One record of the library log: its code and its message with the padding removed.
+struct LogRecord {
+  unsigned code;
+  std::string message;
+  bool operator==(const LogRecord &) const = default;
+};
+// The library log of home, in file order (the tests never write enough to wrap it).
+std::vector<LogRecord> LibraryLog(const TempHome &home);
+// Only the messages.
+std::vector<std::string> LogMessages(const TempHome &home);
+
 // 2026-11-22 23:28:00 UTC; tests that look at record times run with TZ=UTC.
 inline constexpr std::time_t kSomeTime = 1795390080;
 void UseUtc();

@@ -1,0 +1,12 @@
+// printf-style front end of the library log.
+#pragma once
+
+#include "snmplumi.h"
+
+namespace snmplumi {
+
+// Formats into a 512-character message buffer, as every caller of the log did, and writes one
+// record of the library log with code.
+void LogLine(DWORD code, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+}  // namespace snmplumi

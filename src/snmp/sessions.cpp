@@ -1,0 +1,142 @@
+// Sessions use net-snmp's single-session API: a request on one session never reads another
+// session's socket, so requests to different cards run in parallel and a silent card delays
+// only the requests made to it. The cost: the trap session is not serviced while requests wait
+// (the event wait reads it itself).
+#include "snmp/sessions.h"
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "runtime/log_line.h"
+#include "snmp/netsnmp.h"
+#include "snmplumi.h"
+
+st_session_tbl g_session_tbl[1000];
+
+namespace snmplumi {
+namespace {
+
+struct SessionExtra {
+  void *session = nullptr;
+  std::mutex in_use;
+};
+
+std::array<SessionExtra, kSessionEntries> g_extras;
+// Guards the search and the insertion: two threads must not fill the same free entry.
+std::mutex g_table_mutex;
+
+std::string_view Field(const char (&field)[32]) { return {field, strnlen(field, sizeof field)}; }
+
+void CopyField(char (&field)[32], std::string_view text) {
+  std::memset(field, 0, sizeof field);
+  std::memcpy(field, text.data(), text.size());
+}
+
+// A text too long for an entry is refused, never cut into another card's name. Logged once per
+// text, not once per request of a polling loop.
+bool RefuseLongText(const char *what, std::string_view text, std::string &last_refused) {
+  if (text.size() <= static_cast<std::size_t>(kMaxPeerText)) return false;
+  if (text != last_refused) {
+    last_refused.assign(text);
+    LogLine(0, " session refused: %s longer than %d characters [%.*s]", what, kMaxPeerText,
+            static_cast<int>(text.size()), text.data());
+  }
+  return true;
+}
+
+void *OpenSession(const char *ip, const char *community) {
+  std::lock_guard<std::mutex> lock(NetSnmpMutex());
+  EnsureNetSnmp();
+  netsnmp_session description;
+  snmp_sess_init(&description);
+  description.version = SNMP_VERSION_1;
+  // No port is added: the card's standard port, or snmp.conf's defaultPort, applies.
+  std::string peer(ip);
+  description.peername = peer.data();
+  std::string name(community);
+  description.community = reinterpret_cast<u_char *>(name.data());
+  description.community_len = name.size();
+  void *session = snmp_sess_open(&description);
+  if (session == nullptr) snmp_sess_perror("libsnmp", &description);
+  return session;
+}
+
+// Index of the entry for ip, opening a session when needed, or kNoEntry. Caller holds
+// g_table_mutex.
+int FindOrOpen(const char *ip) {
+  static std::string last_long_address;
+  static std::string last_long_community;
+  if (ip == nullptr) return kNoEntry;
+  std::string_view address(ip);
+  std::string_view community(UpsCommunity, strnlen(UpsCommunity, sizeof UpsCommunity));
+  if (RefuseLongText("address", address, last_long_address) ||
+      RefuseLongText("community", community, last_long_community)) {
+    return kNoEntry;
+  }
+  int free_entry = kNoEntry;
+  for (int i = 0; i < kSearchedEntries; ++i) {
+    st_session_tbl &entry = g_session_tbl[i];
+    if (free_entry == kNoEntry && entry.IP[0] == '\0') free_entry = i;
+    if (Field(entry.IP) == address && Field(entry.UPSCommunity) == community) return i;
+  }
+  // An empty address would open a session that its entry cannot hold (an empty address marks
+  // a free entry), leaking one socket per call.
+  if (free_entry == kNoEntry || address.empty()) return kNoEntry;
+
+  std::string community_text(community);
+  void *session = OpenSession(ip, community_text.c_str());
+  st_session_tbl &entry = g_session_tbl[free_entry];
+  g_extras[free_entry].session = session;
+  if (session == nullptr) {
+    entry.session = nullptr;
+    CopyField(entry.IP, "");
+    CopyField(entry.UPSCommunity, "");
+    return free_entry;
+  }
+  {
+    std::lock_guard<std::mutex> lock(NetSnmpMutex());
+    entry.session = snmp_sess_session(session);
+  }
+  CopyField(entry.IP, address);
+  CopyField(entry.UPSCommunity, community);
+  return free_entry;
+}
+
+}  // namespace
+
+SessionHandle SessionFor(const char *ip) {
+  std::lock_guard<std::mutex> lock(g_table_mutex);
+  int index = FindOrOpen(ip);
+  // A free entry can match (an empty address against a stale community); it has no session.
+  if (index == kNoEntry || g_session_tbl[index].IP[0] == '\0') return {};
+  SessionExtra &extra = g_extras[index];
+  if (extra.session == nullptr) return {};
+  return {extra.session, &extra.in_use};
+}
+
+}  // namespace snmplumi
+
+LPSNMP_MGR_SESSION AC_SnmpMgrOpen(const char *IP) {
+  std::lock_guard<std::mutex> lock(snmplumi::g_table_mutex);
+  int index = snmplumi::FindOrOpen(IP);
+  return index == snmplumi::kNoEntry ? nullptr : g_session_tbl[index].session;
+}
+
+void SnmpEnd(void) {
+  std::lock_guard<std::mutex> lock(snmplumi::g_table_mutex);
+  for (int i = 0; i < snmplumi::kSearchedEntries; ++i) {
+    if (g_session_tbl[i].IP[0] == '\0') continue;
+    snmplumi::SessionExtra &extra = snmplumi::g_extras[i];
+    {
+      // Waits for a request still running on this session.
+      std::lock_guard<std::mutex> busy(extra.in_use);
+      std::lock_guard<std::mutex> library(snmplumi::NetSnmpMutex());
+      if (extra.session != nullptr) snmp_sess_close(extra.session);
+      extra.session = nullptr;
+    }
+    // UPSCommunity and session keep their values; only the empty address frees the entry.
+    g_session_tbl[i].IP[0] = '\0';
+  }
+}

@@ -1,0 +1,128 @@
+// The session table. Opening a UDP session sends nothing, so these tests need no card.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <cstring>
+#include <set>
+#include <string>
+
+#include "snmplumi.h"
+#include "test_home.h"
+
+namespace snmplumi::testing {
+namespace {
+
+class SessionsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("SNMPCONFPATH", home_.root().c_str(), 1);
+    std::strcpy(UpsCommunity, "public");
+  }
+  void TearDown() override { SnmpEnd(); }
+
+  TempHome home_;
+};
+
+TEST_F(SessionsTest, SameCardReusesItsSession) {
+  LPSNMP_MGR_SESSION first = AC_SnmpMgrOpen("127.0.2.1");
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(AC_SnmpMgrOpen("127.0.2.1"), first);
+  EXPECT_STREQ(g_session_tbl[0].IP, "127.0.2.1");
+  EXPECT_STREQ(g_session_tbl[0].UPSCommunity, "public");
+  EXPECT_EQ(g_session_tbl[0].session, first);
+  EXPECT_STREQ(g_session_tbl[1].IP, "") << "only one session was opened";
+}
+
+TEST_F(SessionsTest, ChangedCommunityOpensASecondSession) {
+  LPSNMP_MGR_SESSION first = AC_SnmpMgrOpen("127.0.2.1");
+  std::strcpy(UpsCommunity, "private");
+  LPSNMP_MGR_SESSION second = AC_SnmpMgrOpen("127.0.2.1");
+  ASSERT_NE(second, nullptr);
+  EXPECT_NE(second, first);
+  EXPECT_STREQ(g_session_tbl[1].UPSCommunity, "private");
+  EXPECT_STREQ(g_session_tbl[0].IP, "127.0.2.1") << "the old entry stays in use";
+  std::strcpy(UpsCommunity, "public");
+  EXPECT_EQ(AC_SnmpMgrOpen("127.0.2.1"), first);
+}
+
+TEST_F(SessionsTest, FailedOpenLeavesTheEntryFree) {
+  EXPECT_EQ(AC_SnmpMgrOpen("127.0.2.9:70000"), nullptr);  // no such port: fails locally
+  EXPECT_STREQ(g_session_tbl[0].IP, "");
+  EXPECT_STREQ(g_session_tbl[0].UPSCommunity, "");
+  EXPECT_NE(AC_SnmpMgrOpen("127.0.2.2"), nullptr);
+  EXPECT_STREQ(g_session_tbl[0].IP, "127.0.2.2") << "the next open takes the same entry";
+}
+
+TEST_F(SessionsTest, FullTableGivesNoSessionSilently) {
+  rlimit files{};
+  getrlimit(RLIMIT_NOFILE, &files);
+  files.rlim_cur = files.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &files);
+  if (files.rlim_cur < 1100) GTEST_SKIP() << "needs 1100 descriptors, has " << files.rlim_cur;
+
+  std::set<LPSNMP_MGR_SESSION> sessions;
+  for (int i = 0; i < 999; ++i) {
+    std::string address = "127.1." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1);
+    LPSNMP_MGR_SESSION session = AC_SnmpMgrOpen(address.c_str());
+    ASSERT_NE(session, nullptr) << address;
+    sessions.insert(session);
+  }
+  EXPECT_EQ(sessions.size(), 999u);
+  EXPECT_EQ(AC_SnmpMgrOpen("127.2.0.1"), nullptr);
+  EXPECT_EQ(SnmpGetR("127.2.0.1", ".1.3.6.1.2.1.1.1.0", 's', nullptr, 1), UPS_E_NO_SERVER);
+  EXPECT_STREQ(g_session_tbl[999].IP, "") << "entry 999 is never used";
+  EXPECT_EQ(g_session_tbl[999].session, nullptr);
+  EXPECT_TRUE(LogMessages(home_).empty());
+}
+
+TEST_F(SessionsTest, OverlongAddressOrCommunityIsRefusedAndLoggedOnce) {
+  std::string address = "127.0.2.1:161" + std::string(19, ' ');  // 32 characters
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(AC_SnmpMgrOpen(address.c_str()), nullptr);
+  std::strcpy(UpsCommunity, std::string(32, 'c').c_str());
+  EXPECT_EQ(AC_SnmpMgrOpen("127.0.2.1"), nullptr);
+  EXPECT_EQ(AC_SnmpMgrOpen("127.0.2.1"), nullptr);
+  EXPECT_STREQ(g_session_tbl[0].IP, "");
+  auto messages = LogMessages(home_);
+  ASSERT_EQ(messages.size(), 2u);
+  EXPECT_EQ(messages[0].rfind(" session refused: address longer than 31 characters", 0), 0u);
+  EXPECT_EQ(messages[1].rfind(" session refused: community longer than 31 characters", 0), 0u);
+  std::strcpy(UpsCommunity, std::string(31, 'c').c_str());
+  EXPECT_NE(AC_SnmpMgrOpen("127.0.2.1"), nullptr) << "31 characters fit";
+}
+
+TEST_F(SessionsTest, EndFreesEntriesByAddressOnly) {
+  LPSNMP_MGR_SESSION first = AC_SnmpMgrOpen("127.0.2.1");
+  SnmpEnd();
+  EXPECT_STREQ(g_session_tbl[0].IP, "");
+  EXPECT_STREQ(g_session_tbl[0].UPSCommunity, "public");
+  EXPECT_EQ(g_session_tbl[0].session, first);
+  // An empty address matches the stale entry and gets its old value back, but nothing uses it.
+  EXPECT_EQ(AC_SnmpMgrOpen(""), first);
+  char value[8];
+  EXPECT_EQ(SnmpGetR("", ".1.3.6.1.2.1.1.1.0", 's', value, 1), UPS_E_NO_SERVER);
+  LPSNMP_MGR_SESSION reopened = AC_SnmpMgrOpen("127.0.2.1");
+  ASSERT_NE(reopened, nullptr);
+  EXPECT_STREQ(g_session_tbl[0].IP, "127.0.2.1");
+  SnmpEnd();
+  SnmpEnd();  // nothing left to close
+}
+
+TEST_F(SessionsTest, EmptyAddressOpensNothing) {
+  EXPECT_EQ(AC_SnmpMgrOpen(""), nullptr);
+  EXPECT_EQ(AC_SnmpMgrOpen(nullptr), nullptr);
+  EXPECT_STREQ(g_session_tbl[0].IP, "");
+  EXPECT_EQ(g_session_tbl[0].session, nullptr);
+}
+
+TEST_F(SessionsTest, SlotOutsideTheTableHasNoCard) {
+  char value[8];
+  EXPECT_EQ(SnmpGet(".1.3.6.1.2.1.1.1.0", 's', value, 1, 130), UPS_E_NO_SERVER);
+  EXPECT_EQ(SnmpGet(".1.3.6.1.2.1.1.1.0", 's', value, 1, -1), UPS_E_NO_SERVER);
+  int number = 1;
+  EXPECT_EQ(SnmpSet(".1.3.6.1.2.1.1.1.0", 'i', reinterpret_cast<char *>(&number), 4000),
+            UPS_E_NO_SERVER);
+  EXPECT_STREQ(g_session_tbl[0].IP, "");
+}
+
+}  // namespace
+}  // namespace snmplumi::testing
