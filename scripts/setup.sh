@@ -6,7 +6,7 @@ packages=(
   build-essential cmake ninja-build pkg-config binutils
   g++ clang libclang-rt-14-dev clang-format
   libgtest-dev libbenchmark-dev
-  libsnmp-dev snmp
+  libsnmp-dev snmp valgrind
 )
 
 missing=()

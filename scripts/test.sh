@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds and runs every test: style, then a g++ build, then a clang build with AddressSanitizer
-# and UndefinedBehaviorSanitizer. Fails when anything fails.
+# Builds and runs every test: style, then a g++ build (with valgrind and the benchmarks), a clang
+# build with AddressSanitizer and UndefinedBehaviorSanitizer, and the concurrency tests under
+# ThreadSanitizer. Fails when anything fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -13,7 +14,10 @@ echo "== g++ build, all tests"
 cmake -S . -B build/ci-gcc -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DSNMPLUMI_WERROR=ON
 cmake --build build/ci-gcc -j "$jobs"
-(cd build/ci-gcc && ctest -j "$jobs" --output-on-failure --timeout 300)
+(cd build/ci-gcc && ctest -j "$jobs" --output-on-failure --timeout 600)
+
+echo "== benchmarks (ratios against a floor measured in the same run; informative)"
+build/ci-gcc/bench/snmplumi_bench_get --benchmark_min_time=0.2 --benchmark_color=false
 
 echo "== clang build with AddressSanitizer + UndefinedBehaviorSanitizer, all tests"
 cmake -S . -B build/ci-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
@@ -22,6 +26,14 @@ cmake -S . -B build/ci-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
 cmake --build build/ci-asan -j "$jobs"
 (cd build/ci-asan &&
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
-    ctest -j "$jobs" --output-on-failure --timeout 300)
+    ctest -j "$jobs" --output-on-failure --timeout 600)
+
+echo "== clang build with ThreadSanitizer, the concurrency tests"
+cmake -S . -B build/ci-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DSNMPLUMI_WERROR=ON -DSNMPLUMI_TSAN=ON
+cmake --build build/ci-tsan -j "$jobs"
+(cd build/ci-tsan &&
+  TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+    ctest -j "$jobs" --output-on-failure --timeout 600 -R Concurrent)
 
 echo "== all tests passed"

@@ -78,7 +78,12 @@ int FindOrOpen(const char *ip) {
   int free_entry = kNoEntry;
   for (int i = 0; i < kSearchedEntries; ++i) {
     st_session_tbl &entry = g_session_tbl[i];
-    if (free_entry == kNoEntry && entry.IP[0] == '\0') free_entry = i;
+    if (free_entry == kNoEntry && entry.IP[0] == '\0') {
+      free_entry = i;
+      // Entries fill from the first free one and are freed only all together, so no entry in
+      // use follows a free one: only an empty address, which matches free entries, looks on.
+      if (!address.empty()) break;
+    }
     if (Field(entry.IP) == address && Field(entry.UPSCommunity) == community) return i;
   }
   // An empty address would open a session that its entry cannot hold (an empty address marks

@@ -1,0 +1,38 @@
+// Integration tests: the library against simulated cards over loopback.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "snmplumi.h"
+#include "test_home.h"
+#include "upssim_fixture.h"
+
+namespace snmplumi::testing {
+
+class CardTest : public ::testing::Test {
+ protected:
+  // Starts the cards and points net-snmp at them: call before any request of the process.
+  void StartCards(const std::vector<upssim::CardOptions> &cards) {
+    sim_ = upssim::Simulator::Start(cards);
+    setenv("SNMPCONFPATH", sim_->ClientConfigDir().c_str(), 1);
+    std::strcpy(UpsCommunity, "public");
+  }
+  void StartCards(std::initializer_list<const char *> names) {
+    std::vector<upssim::CardOptions> cards;
+    for (const char *name : names) cards.push_back({.name = name});
+    StartCards(cards);
+  }
+  void TearDown() override { SnmpEnd(); }
+
+  const char *Ip(const std::string &card) const { return sim_->Address(card).c_str(); }
+
+  TempHome home_;
+  std::unique_ptr<upssim::Simulator> sim_;
+};
+
+}  // namespace snmplumi::testing
