@@ -18,6 +18,7 @@ namespace {
 
 constexpr char kStatusOid[] = ".1.3.6.1.4.1.318.1.1.1.4.1.1.0";  // upsBasicOutputStatus
 
+#ifdef SNMPLUMI_PIN_NETSNMP
 // Keeps net-snmp mapped after the library is unloaded. Only for LeakSanitizer, which cannot
 // name the frames of an unloaded module and so cannot apply the suppression for net-snmp's own
 // never-freed table; every allocation of the library itself is still checked. Valgrind sees
@@ -32,6 +33,7 @@ void PinNetSnmp() {
       },
       nullptr);
 }
+#endif
 
 std::string Slurp(const std::string &path) {
   std::ifstream in(path, std::ios::binary);
