@@ -17,10 +17,15 @@ void EnsureNetSnmp() {
   if (g_initialised) return;
   netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DISABLE_PERSISTENT_LOAD, 1);
   netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DISABLE_PERSISTENT_SAVE, 1);
-  // An empty MIB path: no MIB file is read, and the missing standard modules are not reported.
+  // No MIB directory and no MIB module to look for: numeric OIDs need neither, and a module
+  // that is not found would be reported on the host's standard error.
   netsnmp_set_mib_directory("");
+  char no_modules[] = "mibs :";
+  netsnmp_config_remember(no_modules);
   netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_MIB_ERRORS, 0);
   netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_MIB_WARNINGS, 0);
+  // Creates net-snmp's certificate index directory (/var/lib/snmp/cert_indexes) if missing, as
+  // every net-snmp application does; nothing else is written.
   init_snmp(kAppName);
   g_initialised = true;
 }

@@ -2,10 +2,13 @@
 // runs requests through it. Under valgrind or LeakSanitizer this also proves that a load,
 // 1,000 requests and an unload leak nothing.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <link.h>
 #include <stdlib.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -51,6 +54,14 @@ TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
   setenv("SNMPLUMI_HOME", home.c_str(), 1);
   setenv("SNMPCONFPATH", sim->ClientConfigDir().c_str(), 1);
 
+  // Whatever the library (or net-snmp inside it) writes to the host's standard error.
+  std::string stderr_path = home + "/stderr";
+  std::fflush(stderr);
+  int saved_stderr = dup(2);
+  int capture = open(stderr_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  dup2(capture, 2);
+  close(capture);
+
   void *library = dlopen(SNMPLUMI_LIBRARY, RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(library, nullptr) << dlerror();
 #ifdef SNMPLUMI_PIN_NETSNMP
@@ -67,6 +78,10 @@ TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
   }
   EXPECT_EQ(answered, 1000) << "the constructor read UPS_IP and the community";
   EXPECT_EQ(dlclose(library), 0);
+  std::fflush(stderr);
+  dup2(saved_stderr, 2);
+  close(saved_stderr);
+  EXPECT_EQ(Slurp(stderr_path), "") << "a host's standard error is not the library's";
 
   std::string log = Slurp(home + "/data/snmplumi.log");
   std::size_t init_start = log.find("[snmplumi] lib_init start");
