@@ -38,18 +38,19 @@ int PollMillis(const timeval &timeout) {
 
 }  // namespace
 
-int Exchange(const SessionHandle &session, netsnmp_pdu *pdu, netsnmp_pdu **response) {
+int Exchange(Session &session, netsnmp_pdu *pdu, netsnmp_pdu **response) {
   *response = nullptr;
-  std::lock_guard<std::mutex> one_request(*session.in_use);
+  std::lock_guard<std::mutex> one_request(session.in_use);
+  void *handle = session.handle;
   Waiter waiter;
   int socket = -1;
   {
     std::lock_guard<std::mutex> lock(NetSnmpMutex());
-    if (snmp_sess_async_send(session.session, pdu, OnAnswer, &waiter) == 0) {
+    if (handle == nullptr || snmp_sess_async_send(handle, pdu, OnAnswer, &waiter) == 0) {
       snmp_free_pdu(pdu);
       return STAT_ERROR;
     }
-    netsnmp_transport *transport = snmp_sess_transport(session.session);
+    netsnmp_transport *transport = snmp_sess_transport(handle);
     socket = transport != nullptr ? transport->sock : -1;
   }
   // Every way out of this loop passes through OnAnswer, so net-snmp keeps no pointer to
@@ -62,7 +63,7 @@ int Exchange(const SessionHandle &session, netsnmp_pdu *pdu, netsnmp_pdu **respo
       int block = 1;
       netsnmp_large_fd_set unused;
       netsnmp_large_fd_set_init(&unused, FD_SETSIZE);
-      snmp_sess_select_info2_flags(session.session, &fds, &unused, &timeout, &block,
+      snmp_sess_select_info2_flags(handle, &fds, &unused, &timeout, &block,
                                    NETSNMP_SELECT_NOALARMS);
       netsnmp_large_fd_set_cleanup(&unused);
       if (block == 1) {  // nothing outstanding any more: the request is gone
@@ -78,10 +79,10 @@ int Exchange(const SessionHandle &session, netsnmp_pdu *pdu, netsnmp_pdu **respo
       netsnmp_large_fd_set set;
       netsnmp_large_fd_set_init(&set, socket + 1);
       NETSNMP_LARGE_FD_SET(socket, &set);
-      snmp_sess_read2(session.session, &set);
+      snmp_sess_read2(handle, &set);
       netsnmp_large_fd_set_cleanup(&set);
     } else {
-      snmp_sess_timeout(session.session);  // retransmits, or reports the time-out
+      snmp_sess_timeout(handle);  // retransmits, or reports the time-out
     }
   }
   *response = waiter.response;

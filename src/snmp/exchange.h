@@ -9,6 +9,6 @@ namespace snmplumi {
 // Sends pdu on the session and waits for its answer or the session's final time-out, holding
 // the net-snmp mutex only while net-snmp runs, never during the wait. Takes pdu in every case.
 // Returns STAT_SUCCESS with *response (free it under NetSnmpMutex), STAT_TIMEOUT or STAT_ERROR.
-int Exchange(const SessionHandle &session, netsnmp_pdu *pdu, netsnmp_pdu **response);
+int Exchange(Session &session, netsnmp_pdu *pdu, netsnmp_pdu **response);
 
 }  // namespace snmplumi

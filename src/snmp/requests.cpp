@@ -161,8 +161,8 @@ const char *SlotAddress(int index) {
 
 DWORD GetValue(const char *ip, const char *oid_text, char type, void *value, std::size_t value_size,
                int logflag) {
-  SessionHandle session = SessionFor(ip);
-  if (session.session == nullptr) return UPS_E_NO_SERVER;
+  Session *session = SessionFor(ip);
+  if (session == nullptr) return UPS_E_NO_SERVER;
   netsnmp_pdu *pdu = CreatePdu(SNMP_MSG_GET);
   oid name[kOidCapacity];
   size_t name_length = 0;
@@ -181,7 +181,7 @@ DWORD GetValue(const char *ip, const char *oid_text, char type, void *value, std
   }
 
   netsnmp_pdu *response = nullptr;
-  int status = Exchange(session, pdu, &response);
+  int status = Exchange(*session, pdu, &response);
   int error_number = errno;
   if (status == STAT_TIMEOUT) {
     if (logflag == kLogExchange) {
@@ -252,8 +252,8 @@ DWORD SetValue(const char *ip, const char *oid_text, char type, const void *valu
     LogLine(0, "SnmpSetR: unknown type? : (%c)", type);
   }
 
-  SessionHandle session = SessionFor(ip);
-  if (session.session == nullptr) return UPS_E_NO_SERVER;
+  Session *session = SessionFor(ip);
+  if (session == nullptr) return UPS_E_NO_SERVER;
   netsnmp_pdu *pdu = CreatePdu(SNMP_MSG_SET);
   if (g_bDebugMode == 1 || std::strcmp(oid_text, OID2upsBasicIdentName) != 0) {
     LogLine(0, " Set[%d] names=[%s] types=[%c] val=[%s]", 0, oid_text, type, text);
@@ -290,7 +290,7 @@ DWORD SetValue(const char *ip, const char *oid_text, char type, const void *valu
   }
 
   netsnmp_pdu *response = nullptr;
-  int status = Exchange(session, pdu, &response);
+  int status = Exchange(*session, pdu, &response);
   int error_number = errno;
   if (status == STAT_SUCCESS && response->errstat == SNMP_ERR_NOERROR) {
     if (g_bDebugMode == 1) {

@@ -1,7 +1,10 @@
 // Sessions use net-snmp's single-session API: a request on one session never reads another
 // session's socket, so requests to different cards run in parallel and a silent card delays
-// only the requests made to it. The cost: the trap session is not serviced while requests wait
-// (the event wait reads it itself).
+// only the requests made to it. What it costs: requests to the same card wait for each other
+// (one outstanding request per session); every net-snmp call is serialised by one mutex, held
+// for microseconds, never across a wait; and the trap session is no longer serviced while
+// requests wait, as the traditional API's synchronous request did: the event wait reads it
+// itself.
 #include "snmp/sessions.h"
 
 #include <array>
@@ -18,12 +21,7 @@ st_session_tbl g_session_tbl[1000];
 namespace snmplumi {
 namespace {
 
-struct SessionExtra {
-  void *session = nullptr;
-  std::mutex in_use;
-};
-
-std::array<SessionExtra, kSessionEntries> g_extras;
+std::array<Session, kSessionEntries> g_sessions;
 // Guards the search and the insertion: two threads must not fill the same free entry.
 std::mutex g_table_mutex;
 
@@ -93,7 +91,7 @@ int FindOrOpen(const char *ip) {
   std::string community_text(community);
   void *session = OpenSession(ip, community_text.c_str());
   st_session_tbl &entry = g_session_tbl[free_entry];
-  g_extras[free_entry].session = session;
+  g_sessions[free_entry].handle = session;
   if (session == nullptr) {
     entry.session = nullptr;
     CopyField(entry.IP, "");
@@ -111,14 +109,12 @@ int FindOrOpen(const char *ip) {
 
 }  // namespace
 
-SessionHandle SessionFor(const char *ip) {
+Session *SessionFor(const char *ip) {
   std::lock_guard<std::mutex> lock(g_table_mutex);
   int index = FindOrOpen(ip);
   // A free entry can match (an empty address against a stale community); it has no session.
-  if (index == kNoEntry || g_session_tbl[index].IP[0] == '\0') return {};
-  SessionExtra &extra = g_extras[index];
-  if (extra.session == nullptr) return {};
-  return {extra.session, &extra.in_use};
+  if (index == kNoEntry || g_session_tbl[index].IP[0] == '\0') return nullptr;
+  return g_sessions[index].handle != nullptr ? &g_sessions[index] : nullptr;
 }
 
 }  // namespace snmplumi
@@ -133,13 +129,13 @@ void SnmpEnd(void) {
   std::lock_guard<std::mutex> lock(snmplumi::g_table_mutex);
   for (int i = 0; i < snmplumi::kSearchedEntries; ++i) {
     if (g_session_tbl[i].IP[0] == '\0') continue;
-    snmplumi::SessionExtra &extra = snmplumi::g_extras[i];
+    snmplumi::Session &session = snmplumi::g_sessions[i];
     {
       // Waits for a request still running on this session.
-      std::lock_guard<std::mutex> busy(extra.in_use);
+      std::lock_guard<std::mutex> busy(session.in_use);
       std::lock_guard<std::mutex> library(snmplumi::NetSnmpMutex());
-      if (extra.session != nullptr) snmp_sess_close(extra.session);
-      extra.session = nullptr;
+      if (session.handle != nullptr) snmp_sess_close(session.handle);
+      session.handle = nullptr;
     }
     // UPSCommunity and session keep their values; only the empty address frees the entry.
     g_session_tbl[i].IP[0] = '\0';
