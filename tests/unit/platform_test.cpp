@@ -54,12 +54,6 @@ TEST_F(PlatformTest, TempFileNameWithoutNumberCreatesAFreshFile) {
   EXPECT_GE(a, GetTickCount() - 2000) << "the counter starts from the tick count";
 }
 
-TEST_F(PlatformTest, TempFileNameGivesUpInAMissingDirectory) {
-  char name[256];
-  std::string missing = home_.root() + "/missing";
-  EXPECT_EQ(GetTempFileName(missing.c_str(), "_um", 0, name), 0u);
-}
-
 TEST_F(PlatformTest, CreateFileFollowsItsDisposition) {
   std::string path = home_.data("f");
   HANDLE fd = CreateFile(path.c_str(), kWrite, 0, nullptr, 3, 0, 0);
@@ -88,24 +82,6 @@ TEST_F(PlatformTest, CreateFileFollowsItsDisposition) {
   ASSERT_NE(fd, INVALID_HANDLE_VALUE);
   EXPECT_EQ(FileText(path), "") << "create always truncates";
   CloseHandle(fd);
-}
-
-TEST_F(PlatformTest, CreatedFilePermissionsFollowTheReadOnlyAttribute) {
-  mode_t old_mask = umask(0);
-  std::string plain = home_.data("plain");
-  std::string read_only = home_.data("read_only");
-  std::string opened = home_.data("opened");
-  CloseHandle(CreateFile(plain.c_str(), kWrite, 0, nullptr, 1, 0x100, 0));
-  CloseHandle(CreateFile(read_only.c_str(), kWrite, 0, nullptr, 2, 0x1, 0));
-  CloseHandle(CreateFile(opened.c_str(), kWrite, 0, nullptr, 4, 0, 0));
-  umask(old_mask);
-  struct stat status;
-  ASSERT_EQ(stat(plain.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0644u);
-  ASSERT_EQ(stat(read_only.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0444u);
-  ASSERT_EQ(stat(opened.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0644u);
 }
 
 TEST_F(PlatformTest, WriteFileWritesAtTheOverlappedOffset) {
@@ -161,21 +137,6 @@ TEST_F(PlatformTest, BeginThreadRunsTheRoutineDetached) {
   auto future = ran.get_future();
   ASSERT_EQ(future.wait_for(std::chrono::seconds(10)), std::future_status::ready);
   EXPECT_EQ(future.get(), 7);
-}
-
-TEST_F(PlatformTest, SmallCalls) {
-  EXPECT_EQ(GlobalFree(nullptr), nullptr);
-  void *memory = GlobalAlloc(0x40, 32);
-  ASSERT_NE(memory, nullptr);
-  std::memset(memory, 1, 32);
-  EXPECT_EQ(GlobalFree(memory), nullptr);
-  EXPECT_EQ(kav_strlen(nullptr), 0);
-  EXPECT_EQ(kav_strlen("TELMAR"), 6);
-  struct sysinfo info;
-  ASSERT_EQ(sysinfo(&info), 0);
-  DWORD ticks = GetTickCount();
-  EXPECT_EQ(ticks % 1000, 0u);
-  EXPECT_NEAR(ticks / 1000.0, static_cast<double>(info.uptime), 2.0);
 }
 
 }  // namespace

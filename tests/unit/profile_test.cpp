@@ -235,16 +235,6 @@ TEST_F(ProfileTest, FailedRenameKeepsTheTargetAndRemovesTheCopy) {
   EXPECT_TRUE(TempFiles().empty());
 }
 
-TEST_F(ProfileTest, NullArgumentsAreRefused) {
-  std::string path = home_.data("p.ini");
-  EXPECT_EQ(WriteStringToFile(nullptr, "S", "K", "v"), 0);
-  EXPECT_EQ(WriteStringToFile(path.c_str(), nullptr, "K", "v"), 0);
-  EXPECT_EQ(WriteStringToFile(path.c_str(), "S", nullptr, "v"), 0);
-  EXPECT_EQ(WriteStringToFile(path.c_str(), "S", "K", nullptr), 0);
-  EXPECT_FALSE(FileExists(path));
-  EXPECT_EQ(ReadKeyValue(path.c_str(), nullptr, "K"), nullptr);
-}
-
 TEST_F(ProfileTest, ConcurrentWritersLoseNoUpdate) {
   constexpr int kThreads = 4;
   constexpr int kKeys = 40;

@@ -195,29 +195,20 @@ TEST_F(RingLogTest, ConcurrentWritersLeaveOnlyWholeRecords) {
   }
 }
 
-TEST_F(RingLogTest, EveryStatusCodeMapsToItsCharacterAndMessage) {
+TEST_F(RingLogTest, StatusCodesMapToTheirCharacterAndMessage) {
   struct Row {
     DWORD code;
     char status;
     const char *name;
   };
+  // One row of each status character, and two codes the table does not know.
   const Row rows[] = {
-      {UPS_ERROR, 'F', "UPS_ERROR"},
       {UPS_E_BAD_PROTCOL, 'F', "UPS_E_BAD_PROTCOL"},
-      {UPS_E_UNAVAILABLE, 'A', "UPS_E_UNAVAILABLE"},
       {UPS_E_INVALID_PARAM, 'A', "UPS_E_INVALID_PARAM"},
-      {UPS_E_NO_REGISTER, 'F', "UPS_E_NO_REGISTER"},
-      {UPS_E_NOT_KAVPC, 'F', "UPS_E_NOT_KAVPC"},
       {UPS_E_MANAGER_CONNECTED, '9', "UPS_E_MANAGER_CONNECTED"},
       {UPSC_E_PROCESS_NOW, '7', "UPSC_E_PROCESS_NOW"},
-      {UPS_ERROR_ABNORMAL, 'F', "UPS_ERROR_ABNORMAL"},
       {UPS_E_NO_SERVER, '7', "UPS_E_NO_SERVER"},
       {UPS_E_CANT_ACCESS, 'F', "UPS_E_CANT_ACCESS"},
-      {UPS_E_CANT_SERVER_ATTACH, 'F', "UPS_E_CANT_SERVER_ATTACH"},
-      {UPS_E_SERVER_SHUTDOWN_NOW, 'F', "UPS_E_SERVER_SHUTDOWN_NOW"},
-      {UPS_E_SHUTDOWN_NOW, 'F', "UPS_E_SHUTDOWN_NOW"},
-      {UPS_E_NO_SHUTDOWN, 'F', "UPS_E_NO_SHUTDOWN"},
-      {UPS_E_REGISTER_FAIL, 'F', "UPS_E_REGISTER_FAIL"},
       {UPS_E_NOT_COMMAND_UPS, 'A', "UPS_E_NOT_COMMAND_UPS"},
       {0x80000001u, 'F', "?"},
       {1u, 'F', "?"},

@@ -102,15 +102,10 @@ TEST_F(SettingsTest, EnumerationNamesGiveTheirValues) {
   EXPECT_EQ(upsAdvTestDiagnosticSchedule, 3);
 }
 
-TEST_F(SettingsTest, OffRequestCountIsCappedAtTenOnlyFromAbove) {
+TEST_F(SettingsTest, OffRequestsAreCappedAtTenOnlyFromAbove) {
   Load("OffRequestCount=25\nOffRequestInterval=-3\n");
   EXPECT_EQ(OffRequestCount, 10);
   EXPECT_EQ(OffRequestInterval, -3);
-}
-
-TEST_F(SettingsTest, NegativeOffRequestCountStays) {
-  Load("OffRequestCount=-3\n");
-  EXPECT_EQ(OffRequestCount, -3);
 }
 
 TEST_F(SettingsTest, AddressesFillTheirTables) {

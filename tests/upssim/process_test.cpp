@@ -170,34 +170,6 @@ TEST_F(ProcessTest, ScenarioMistakesNameTheFileAndLine) {
   EXPECT_EQ(RunSimulator({"--frobnicate"}).exit_status, 1);
 }
 
-TEST_F(ProcessTest, HelpExplainsOptionsScenarioAndEveryCommand) {
-  Outcome run = RunSimulator({"--help"});
-  EXPECT_EQ(run.exit_status, 0);
-  for (const char *word : {"--journal",
-                           "--no-control",
-                           "port PORT",
-                           "community TEXT",
-                           "card NAME",
-                           "cards COUNT",
-                           "set OBJECT TYPE VALUE",
-                           "get CARD",
-                           "set CARD",
-                           "power CARD fail",
-                           "power CARD restore",
-                           "selftest CARD",
-                           "silent CARD",
-                           "error CARD OBJECT get|set",
-                           "error CARD clear",
-                           "delay CARD",
-                           "oversize CARD",
-                           "show CARD",
-                           "quit",
-                           "127.0.0.0/8",
-                           "Example"}) {
-    EXPECT_NE(run.out.find(word), std::string::npos) << word;
-  }
-}
-
 TEST_F(ProcessTest, EndOfInputStopsTheSimulatorCleanly) {
   std::string place = FreshPlace();
   Outcome run = RunSimulator({Scenario("card ups0 " + place + "\n")},
