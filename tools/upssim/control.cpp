@@ -20,18 +20,7 @@ class CommandError : public std::runtime_error {
 struct Words {
   std::string_view rest;
 
-  std::string_view Next() {
-    std::size_t start = rest.find_first_not_of(" \t");
-    if (start == std::string_view::npos) {
-      rest = {};
-      return {};
-    }
-    rest.remove_prefix(start);
-    std::size_t end = rest.find_first_of(" \t");
-    std::string_view word = rest.substr(0, end);
-    rest.remove_prefix(end == std::string_view::npos ? rest.size() : end);
-    return word;
-  }
+  std::string_view Next() { return NextWord(rest); }
   std::string_view Need(const char *usage) {
     std::string_view word = Next();
     if (word.empty()) throw CommandError(std::string("usage: ") + usage);

@@ -297,9 +297,9 @@ int main(int argc, char **argv) {
   }
   if (scenario_path.empty()) return Usage("missing SCENARIO file");
 
-  std::vector<CardSpec> specs;
+  std::vector<CardPlan> plans;
   try {
-    specs = LoadScenario(scenario_path);
+    plans = LoadScenario(scenario_path);
   } catch (const ScenarioError &error) {
     std::fprintf(stderr, "%s: %s\n", kProgram, error.what());
     return kExitUsage;
@@ -313,11 +313,11 @@ int main(int argc, char **argv) {
   }
 
   std::vector<Card> cards;
-  cards.reserve(specs.size());
+  cards.reserve(plans.size());
   Clock::time_point start = Clock::now();
-  for (const CardSpec &spec : specs) {
-    cards.emplace_back(spec.name, spec.address, spec.port, spec.community, cards.size() + 1);
-    for (const Override &entry : spec.overrides)
+  for (const CardPlan &plan : plans) {
+    cards.emplace_back(plan.name, plan.address, plan.port, plan.community, cards.size() + 1);
+    for (const Override &entry : plan.overrides)
       cards.back().Force(entry.object, entry.value, start);
   }
 

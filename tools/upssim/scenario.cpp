@@ -28,18 +28,7 @@ struct Line {
   std::string_view rest;
 
   // The next blank-separated word; empty at the end of the line.
-  std::string_view Word() {
-    std::size_t start = rest.find_first_not_of(" \t");
-    if (start == std::string_view::npos) {
-      rest = {};
-      return {};
-    }
-    rest.remove_prefix(start);
-    std::size_t end = rest.find_first_of(" \t");
-    std::string_view word = rest.substr(0, end);
-    rest.remove_prefix(end == std::string_view::npos ? rest.size() : end);
-    return word;
-  }
+  std::string_view Word() { return NextWord(rest); }
 
   // Everything after the single blank that follows the last word: a value may hold blanks.
   std::string_view Rest() {
@@ -77,7 +66,7 @@ class Parser {
  public:
   explicit Parser(std::string file_name) : file_(std::move(file_name)) {}
 
-  std::vector<CardSpec> Parse(std::istream &in) {
+  std::vector<CardPlan> Parse(std::istream &in) {
     std::string text;
     while (std::getline(in, text)) {
       ++line_number_;
@@ -195,7 +184,7 @@ class Parser {
       Fail("card " + std::string(name) + " is on " + where + " like card " + it->second);
     }
     if (cards_.size() >= kMaxCards) Fail("more than " + std::to_string(kMaxCards) + " cards");
-    cards_.push_back(CardSpec{std::string(name), address, port, community, defaults_});
+    cards_.push_back(CardPlan{std::string(name), address, port, community, defaults_});
   }
 
   void ParseSet(Line &line) {
@@ -224,7 +213,7 @@ class Parser {
   std::uint16_t port_ = kDefaultPort;
   std::string community_ = "public";
   std::vector<Override> defaults_;
-  std::vector<CardSpec> cards_;
+  std::vector<CardPlan> cards_;
   std::size_t group_begin_ = 0;  // first card of the last card/cards line
   std::set<std::string> names_;
   std::map<std::string, std::string> places_;
@@ -232,11 +221,11 @@ class Parser {
 
 }  // namespace
 
-std::vector<CardSpec> ParseScenario(std::istream &in, const std::string &file_name) {
+std::vector<CardPlan> ParseScenario(std::istream &in, const std::string &file_name) {
   return Parser(file_name).Parse(in);
 }
 
-std::vector<CardSpec> LoadScenario(const std::string &path) {
+std::vector<CardPlan> LoadScenario(const std::string &path) {
   std::ifstream in(path);
   if (!in) throw ScenarioError(path + ": cannot open the scenario file");
   return ParseScenario(in, path);

@@ -22,7 +22,7 @@ struct Override {
   Value value;
 };
 
-struct CardSpec {
+struct CardPlan {
   std::string name;
   std::string address;
   std::uint16_t port;
@@ -33,7 +33,7 @@ struct CardSpec {
 inline constexpr std::size_t kMaxCards = 4096;
 inline constexpr std::uint16_t kDefaultPort = 161;
 
-std::vector<CardSpec> LoadScenario(const std::string &path);
-std::vector<CardSpec> ParseScenario(std::istream &in, const std::string &file_name);
+std::vector<CardPlan> LoadScenario(const std::string &path);
+std::vector<CardPlan> ParseScenario(std::istream &in, const std::string &file_name);
 
 }  // namespace upssim

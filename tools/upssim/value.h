@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "mib.h"
+#include "text.h"
 
 namespace upssim {
 
@@ -36,9 +37,5 @@ std::optional<Value> ParseValue(const ObjectDef &object, char letter, std::strin
 
 // The value as text; strings escaped.
 std::string FormatValue(const Value &value);
-
-// Printable ASCII stays as it is; backslash, control and 8-bit bytes become \\ \n \r \t \xHH.
-std::string Escape(std::string_view bytes);
-std::optional<std::string> Unescape(std::string_view text);
 
 }  // namespace upssim
