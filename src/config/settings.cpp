@@ -120,8 +120,7 @@ const std::array<Setting, 34> kSettings = {{
 
 bool Absent(const char *value) { return std::strcmp(value, kDefaultValue) == 0; }
 
-// The original read straight into the variable with room for 250 characters; the copy here is
-// cut at the variable's size instead.
+// A value longer than its variable is cut to fit; it never runs into the variable behind it.
 void CopyText(char *target, std::size_t size, const char *text) {
   std::size_t length = strnlen(text, size - 1);
   std::memcpy(target, text, length);
@@ -143,8 +142,7 @@ long ReadNumber(const Setting &setting) {
   }
 }
 
-// Stores like the original's "%d" into the variable: unsigned variables take the int's bits,
-// the ports its low 16 bits.
+// Stores a "%d" number: unsigned variables take the int's bits, the ports its low 16 bits.
 void StoreNumber(const Setting &setting, long value) {
   switch (setting.kind) {
     case Kind::kInt:
@@ -195,7 +193,7 @@ void Apply(const Setting &setting, const char *value) {
   switch (setting.rule) {
     case Rule::kTraceMode:
       if (absent) {
-        CopyText(UpsIp[0], sizeof UpsIp[0], kUnusedSlot);  // before the table is read, as ever
+        CopyText(UpsIp[0], sizeof UpsIp[0], kUnusedSlot);  // the table read next may fill it again
       } else {
         g_bDebugMode = std::strcmp(value, "ON") == 0 ? 1 : 0;
       }

@@ -19,7 +19,7 @@ constexpr int kTrylockAttempts = 26;
 constexpr unsigned long kTrylockPauseMicros = 200000;
 
 void LogLockError(const char *tag, int count) {
-  int error_number = errno;  // the text is errno's, not the lock call's result; kept so
+  int error_number = errno;  // the log readers know errno's text, not the lock call's result
   char msg[256];
   std::snprintf(msg, sizeof msg, "%s p=%d c=%d :%s", tag, static_cast<int>(getpid()), count,
                 ErrnoText(error_number));
@@ -67,7 +67,7 @@ int kavac_pthread_mutex_unlock(pthread_mutex_t *lock_mutex, int lock_result, int
   return 0;
 }
 
-// A single non-blocking attempt: the original retry loop tests its counter the wrong way round
+// A single non-blocking attempt: the retry loop tests its counter the wrong way round
 // and so never retries. That behaviour is kept.
 BOOL getlock(int fd, int type) {
   struct flock lock = {};

@@ -5,8 +5,8 @@
 
 namespace snmplumi {
 
-// Formats into a 512-character message buffer, as every caller of the log did, and writes one
-// record of the library log with code.
+// Formats into a 512-character message buffer and writes one record of the library log with
+// code (the record keeps the first 80 characters).
 void LogLine(DWORD code, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 }  // namespace snmplumi

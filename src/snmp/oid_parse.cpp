@@ -53,7 +53,7 @@ oid *OwnParse(const char *text, oid *name, size_t *name_length) {
   int stored = 0;
   for (const char *p = text + 1; stored < kMaxStored; ++p) {
     if (std::isdigit(static_cast<unsigned char>(*p))) {
-      accumulator = accumulator * 10 + static_cast<uint32_t>(*p - '0');  // wraps, as it did
+      accumulator = accumulator * 10 + static_cast<uint32_t>(*p - '0');  // wraps at 32 bits
     } else if (*p == '.') {
       StoreWord(slot, stored++, accumulator);
       accumulator = 0;

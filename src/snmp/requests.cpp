@@ -209,8 +209,7 @@ DWORD GetValue(const char *ip, const char *oid_text, char type, void *value, std
       LogLine(0, " get [%s][%s]", ip, oid_text);
       LogLine(static_cast<DWORD>(error_number), "  error: %s", text);
     }
-    // The original also ran the answer through snmp_fix_pdu and dropped (leaked) the result;
-    // it changed nothing else and is left out.
+    // No snmp_fix_pdu of the answer here: its result was never used, only leaked.
     FreePdu(response);
     return UPS_E_CANT_ACCESS;
   }
