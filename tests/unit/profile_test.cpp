@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -113,6 +114,10 @@ TEST_F(ProfileTest, EmptyFileIsDeletedByTheNextRead) {
   auto records = RingRecords(home_.data("snmplumi.log"), 112);
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].substr(20, 33), "[00000000] [snmp.apc]delete...   ");
+
+  Write("[Snmp]\n");
+  FileCheck("snmp.apc/inside");  // a file is no directory: the check fails and says so
+  EXPECT_EQ(LibraryLog(home_).back(), (LogRecord{ENOTDIR, "[snmp.apc/inside] stat err..."}));
 
   Write("");
   char value[251];
