@@ -17,7 +17,8 @@ cmake --build build/ci-gcc -j "$jobs"
 (cd build/ci-gcc && ctest -j "$jobs" --output-on-failure --timeout 600)
 
 echo "== benchmarks (ratios against a floor measured in the same run; informative)"
-build/ci-gcc/bench/snmplumi_bench_get --benchmark_min_time=0.2 --benchmark_color=false
+build/ci-gcc/bench/snmplumi_bench_get --benchmark_min_time=0.2
+build/ci-gcc/bench/snmplumi_bench_upssim_start
 
 echo "== clang build with AddressSanitizer + UndefinedBehaviorSanitizer, all tests"
 cmake -S . -B build/ci-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
