@@ -4,11 +4,11 @@
 
 #include <cstdio>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <string>
 
 #include "powernet.h"
+#include "run_benchmarks.h"
 #include "snmp/netsnmp.h"
 #include "snmplumi.h"
 #include "test_home.h"
@@ -66,20 +66,6 @@ BENCHMARK(BM_BareNetSnmpGet)->Repetitions(5)->ReportAggregatesOnly(true);
 BENCHMARK(BM_SnmpGetR)->Repetitions(5)->ReportAggregatesOnly(true);
 
 // Keeps the median time of each benchmark while printing as usual.
-// Plain text: these runs end up in CI logs.
-class MedianCollector : public benchmark::ConsoleReporter {
- public:
-  MedianCollector() : ConsoleReporter(OO_Tabular) {}
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &run : runs) {
-      if (run.aggregate_name == "median")
-        medians[run.run_name.function_name] = run.GetAdjustedRealTime();
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  std::map<std::string, double> medians;
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -95,11 +81,9 @@ int main(int argc, char **argv) {
     return 1;
   }
 
-  benchmark::Initialize(&argc, argv);
-  MedianCollector reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  double floor = reporter.medians["BM_BareNetSnmpGet"];
-  double ours = reporter.medians["BM_SnmpGetR"];
+  auto times = snmplumi::bench::RunBenchmarks(&argc, argv);
+  double floor = times["BM_BareNetSnmpGet/repeats:5_median"];
+  double ours = times["BM_SnmpGetR/repeats:5_median"];
   if (floor > 0 && ours > 0) {
     std::printf("\nSnmpGetR / bare net-snmp GET (median): %.3f  (target <= 1.10)\n", ours / floor);
   }

@@ -3,10 +3,10 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <map>
 #include <string>
 #include <vector>
 
+#include "run_benchmarks.h"
 #include "upssim_fixture.h"
 
 namespace {
@@ -28,25 +28,12 @@ void BM_StartAndStop(benchmark::State &state) {
 
 BENCHMARK(BM_StartAndStop)->Arg(1)->Arg(162)->Unit(benchmark::kMillisecond)->Iterations(20);
 
-// Plain text: these runs end up in CI logs.
-class Collector : public benchmark::ConsoleReporter {
- public:
-  Collector() : ConsoleReporter(OO_Tabular) {}
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &run : runs) times[run.benchmark_name()] = run.GetAdjustedRealTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-  std::map<std::string, double> times;
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  Collector reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  double floor = reporter.times["BM_StartAndStop/1/iterations:20"];
-  double many = reporter.times["BM_StartAndStop/162/iterations:20"];
+  auto times = snmplumi::bench::RunBenchmarks(&argc, argv);
+  double floor = times["BM_StartAndStop/1/iterations:20"];
+  double many = times["BM_StartAndStop/162/iterations:20"];
   if (floor > 0 && many > 0) {
     std::printf(
         "\n162 cards / 1 card, start and stop: %.2f  (%.1f ms for 162 cards; target well "
