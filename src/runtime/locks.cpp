@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "runtime/clock.h"
+#include "runtime/log_line.h"
 #include "runtime/system_error.h"
 #include "snmplumi.h"
 
@@ -20,10 +21,8 @@ constexpr unsigned long kTrylockPauseMicros = 200000;
 
 void LogLockError(const char *tag, int count) {
   int error_number = errno;  // the log readers know errno's text, not the lock call's result
-  char msg[256];
-  std::snprintf(msg, sizeof msg, "%s p=%d c=%d :%s", tag, static_cast<int>(getpid()), count,
-                ErrnoText(error_number));
-  LumiLocalLog(msg, static_cast<DWORD>(error_number));
+  LogLine(static_cast<DWORD>(error_number), "%s p=%d c=%d :%s", tag, static_cast<int>(getpid()),
+          count, ErrnoText(error_number));
 }
 
 const char *LockTypeName(int type) {
@@ -76,10 +75,9 @@ BOOL getlock(int fd, int type) {
   lock.l_len = 0;
   if (fcntl(fd, F_SETLK, &lock) == 0) return 1;
   int error_number = errno;
-  char msg[256];
-  std::snprintf(msg, sizeof msg, "fcntl retry over(%s)-p(%d):%s", snmplumi::LockTypeName(type),
-                static_cast<int>(lock.l_pid), snmplumi::ErrnoText(error_number));
-  LumiLocalLog(msg, static_cast<DWORD>(error_number));
+  snmplumi::LogLine(static_cast<DWORD>(error_number), "fcntl retry over(%s)-p(%d):%s",
+                    snmplumi::LockTypeName(type), static_cast<int>(lock.l_pid),
+                    snmplumi::ErrnoText(error_number));
   return 0;
 }
 

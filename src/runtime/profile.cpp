@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "runtime/format_line.h"
+#include "runtime/log_line.h"
 #include "runtime/paths.h"
 #include "runtime/platform.h"
 #include "runtime/system_error.h"
@@ -248,17 +249,13 @@ void FileCheck(const char *pFileName) {
   if (lstat(path, &status) != 0) {
     int error_number = errno;
     if (error_number != ENOENT) {
-      char msg[4200];
-      std::snprintf(msg, sizeof msg, "[%s] stat err... ", pFileName);
-      LumiLocalLog(msg, static_cast<DWORD>(error_number));
+      snmplumi::LogLine(static_cast<DWORD>(error_number), "[%s] stat err... ", pFileName);
     }
     return;
   }
   // A file left empty by an interrupted rewrite is treated as absent.
   if (status.st_size == 0) {
-    char msg[4200];
-    std::snprintf(msg, sizeof msg, "[%s]delete...", pFileName);
-    LumiLocalLog(msg, 0);
+    snmplumi::LogLine(0, "[%s]delete...", pFileName);
     unlink(path);
   }
 }

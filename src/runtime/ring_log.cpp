@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "runtime/clock.h"
+#include "runtime/log_line.h"
 #include "runtime/paths.h"
 #include "snmplumi.h"
 
@@ -140,9 +141,7 @@ void LumiLocalLogM(int index, const char *Msg, DWORD ErrorCode) {
   }
   // Reported only after our own mutex is released: no thread ever holds two log mutexes.
   if (!written) {
-    char msg[4200];
-    std::snprintf(msg, sizeof msg, " can't open [%s]", path);
-    LumiLocalLog(msg, 0);
+    snmplumi::LogLine(0, " can't open [%s]", path);
   }
 }
 
@@ -155,8 +154,6 @@ void ReportLog(int index, const char *Msg) {
         snmplumi::ReportLogPath(path, sizeof path, index) && snmplumi::WriteReportRecord(path, Msg);
   }
   if (!written) {
-    char msg[4200];
-    std::snprintf(msg, sizeof msg, " Can't make [%s]!", path);
-    LumiLocalLog(msg, 0);
+    snmplumi::LogLine(0, " Can't make [%s]!", path);
   }
 }
