@@ -205,9 +205,11 @@ typedef struct st_session_tbl {
 /* One session per (address, community) pair, opened on first use; entries 0 to 998 are used. */
 extern st_session_tbl g_session_tbl[1000];
 
-/* The session for IP and the current UpsCommunity, opened when needed; NULL when the table is
- * full, the session cannot be opened, or the address or community is longer than 31
- * characters. The library keeps and closes it. */
+/* A net-snmp session to the card at IP with the current UpsCommunity, as snmp_open returns it,
+ * for the host's own use with net-snmp's traditional calls (snmp_synch_response, ...). The
+ * library's requests use a private session of their own, so those calls never touch them.
+ * NULL when the table is full, a session cannot be opened, or the address or community is
+ * longer than 31 characters. The library keeps it and closes it in SnmpEnd. */
 LPSNMP_MGR_SESSION AC_SnmpMgrOpen(const char *IP);
 /* Closes every session of the table. */
 void SnmpEnd(void);

@@ -1,10 +1,15 @@
-// Sessions use net-snmp's single-session API: a request on one session never reads another
-// session's socket, so requests to different cards run in parallel and a silent card delays
-// only the requests made to it. What it costs: requests to the same card wait for each other
-// (one outstanding request per session); every net-snmp call is serialised by one mutex, held
-// for microseconds, never across a wait; and the trap session is no longer serviced while
-// requests wait, as the traditional API's synchronous request did: the event wait reads it
-// itself.
+// Each entry holds two net-snmp sessions to its card. The library's own requests use a private
+// single-session handle (snmp_sess_open): a request reads its own socket only, so requests to
+// different cards run in parallel and a silent card delays only the requests made to it. The
+// host gets a traditional session (snmp_open), opened when it first asks for it, to use with
+// net-snmp's own calls. They are kept apart because the traditional calls read and time out
+// every traditional session of the process without any lock: sharing one session would let a
+// host thread in snmp_synch_response process, or free, a request the library is waiting on.
+// What it costs: a second socket for a card the host asks for; requests to the same card wait
+// for each other (one outstanding request per session); every library call into net-snmp is
+// serialised by one mutex, held for microseconds, never across a wait; and a waiting request
+// does not service the other sessions (the trap listener among them): the event wait reads
+// the trap session itself.
 #include "snmp/sessions.h"
 
 #include <array>
@@ -44,7 +49,8 @@ bool RefuseLongText(const char *what, std::string_view text, std::string &last_r
   return true;
 }
 
-void *OpenSession(const char *ip, const char *community) {
+// A private single-session handle, or a traditional session (a netsnmp_session *) for the host.
+void *OpenSession(const char *ip, const char *community, bool traditional) {
   std::lock_guard<std::mutex> lock(NetSnmpMutex());
   EnsureNetSnmp();
   netsnmp_session description;
@@ -56,7 +62,8 @@ void *OpenSession(const char *ip, const char *community) {
   std::string name(community);
   description.community = reinterpret_cast<u_char *>(name.data());
   description.community_len = name.size();
-  void *session = snmp_sess_open(&description);
+  void *session = traditional ? static_cast<void *>(snmp_open(&description))
+                              : snmp_sess_open(&description);
   if (session == nullptr) snmp_sess_perror("libsnmp", &description);
   return session;
 }
@@ -89,18 +96,14 @@ int FindOrOpen(const char *ip) {
   if (free_entry == kNoEntry || address.empty()) return kNoEntry;
 
   std::string community_text(community);
-  void *session = OpenSession(ip, community_text.c_str());
+  void *session = OpenSession(ip, community_text.c_str(), false);
   st_session_tbl &entry = g_session_tbl[free_entry];
   g_sessions[free_entry].handle = session;
+  entry.session = nullptr;  // the host's session, opened when the host asks for it
   if (session == nullptr) {
-    entry.session = nullptr;
     CopyField(entry.IP, "");
     CopyField(entry.UPSCommunity, "");
     return free_entry;
-  }
-  {
-    std::lock_guard<std::mutex> lock(NetSnmpMutex());
-    entry.session = snmp_sess_session(session);
   }
   CopyField(entry.IP, address);
   CopyField(entry.UPSCommunity, community);
@@ -122,7 +125,14 @@ Session *SessionFor(const char *ip) {
 LPSNMP_MGR_SESSION AC_SnmpMgrOpen(const char *IP) {
   std::lock_guard<std::mutex> lock(snmplumi::g_table_mutex);
   int index = snmplumi::FindOrOpen(IP);
-  return index == snmplumi::kNoEntry ? nullptr : g_session_tbl[index].session;
+  if (index == snmplumi::kNoEntry) return nullptr;
+  st_session_tbl &entry = g_session_tbl[index];
+  // A free entry can match (an empty address against a stale community): its stored value.
+  if (entry.IP[0] != '\0' && entry.session == nullptr) {
+    entry.session = static_cast<LPSNMP_MGR_SESSION>(
+        snmplumi::OpenSession(entry.IP, entry.UPSCommunity, true));
+  }
+  return entry.session;
 }
 
 void SnmpEnd(void) {
@@ -136,8 +146,10 @@ void SnmpEnd(void) {
       std::lock_guard<std::mutex> library(snmplumi::NetSnmpMutex());
       if (session.handle != nullptr) snmp_sess_close(session.handle);
       session.handle = nullptr;
+      if (g_session_tbl[i].session != nullptr) snmp_close(g_session_tbl[i].session);
     }
-    // UPSCommunity and session keep their values; only the empty address frees the entry.
+    // UPSCommunity and session keep their values (session a closed one, never used again: a
+    // new open of the entry clears it); only the empty address frees the entry.
     g_session_tbl[i].IP[0] = '\0';
   }
 }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -30,6 +31,8 @@ class CardTest : public ::testing::Test {
   void TearDown() override { SnmpEnd(); }
 
   const char *Ip(const std::string &card) const { return sim_->Address(card).c_str(); }
+  // Starts the library log afresh, between the rows of a table.
+  void ClearLog() const { std::remove(home_.data("snmplumi.log").c_str()); }
 
   TempHome home_;
   std::unique_ptr<upssim::Simulator> sim_;
