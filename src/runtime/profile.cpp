@@ -1,5 +1,5 @@
 // Profile files: sections of key=value lines, read one value at a time and rewritten whole
-// through a temporary file that replaces the target in one rename.
+// through a temporary file that replaces the target in one rename on the target's filesystem.
 #include "runtime/profile.h"
 
 #include <fcntl.h>
@@ -57,10 +57,9 @@ void CutLineEnd(char *value) {
   }
 }
 
-// Makes a rename durable: without it a power cut can bring back the old file, or none.
-void SyncDirectoryOf(const char *path) {
-  char dir[4096];
-  if (!FormatPath(dir, sizeof dir, "%s", path)) return;
+// The directory part of path: "." for a bare name, "/" for a file in the root.
+bool DirectoryOf(const char *path, char *dir, std::size_t size) {
+  if (!FormatPath(dir, size, "%s", path)) return false;
   char *slash = std::strrchr(dir, '/');
   if (slash == nullptr) {
     std::strcpy(dir, ".");
@@ -69,10 +68,59 @@ void SyncDirectoryOf(const char *path) {
   } else {
     *slash = '\0';
   }
+  return true;
+}
+
+// Makes a rename durable: without it a power cut can bring back the old file, or none.
+void SyncDirectoryOf(const char *path) {
+  char dir[4096];
+  if (!DirectoryOf(path, dir, sizeof dir)) return;
   int fd = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) return;
   fsync(fd);
   close(fd);
+}
+
+// Copies from over to, and waits until the copy is on the disk.
+bool CopyToDisk(const char *from, const char *to) {
+  File in(std::fopen(from, "rbe"));
+  File out(std::fopen(to, "wbe"));
+  if (!in || !out) return false;
+  char buffer[8192];
+  std::size_t n;
+  while ((n = std::fread(buffer, 1, sizeof buffer, in.get())) > 0) {
+    if (std::fwrite(buffer, 1, n, out.get()) != n) return false;
+  }
+  bool copied =
+      std::ferror(in.get()) == 0 && std::fflush(out.get()) == 0 && fsync(fileno(out.get())) == 0;
+  return (std::fclose(out.release()) == 0) && copied;
+}
+
+// rename(2) stops at the edge of a filesystem, and hosts name targets anywhere: the finished
+// file is copied next to the target first, so that the target still changes in one step.
+bool RenameAcrossFilesystems(const char *finished, const char *target) {
+  char dir[4096];
+  char beside[4096];
+  if (!DirectoryOf(target, dir, sizeof dir) ||
+      !CreateTempFile(dir, "_um", beside, sizeof beside, nullptr)) {
+    return false;
+  }
+  if (!CopyToDisk(finished, beside) || rename(beside, target) != 0) {
+    unlink(beside);
+    return false;
+  }
+  return true;
+}
+
+// Puts the finished temporary file in place of target; the temporary file is gone either way.
+bool Replace(const char *temp_path, const char *target) {
+  if (rename(temp_path, target) != 0) {
+    const bool moved = errno == EXDEV && RenameAcrossFilesystems(temp_path, target);
+    unlink(temp_path);
+    if (!moved) return false;
+  }
+  SyncDirectoryOf(target);
+  return true;
 }
 
 // Copies source (nullptr: an empty file) into out with key set to value in every section named
@@ -229,12 +277,11 @@ BOOL WriteStringToFile(const char *lpFileName, const char *lpAppName, const char
   // killed process leaves the old file in place.
   copied = copied && std::fflush(out.get()) == 0 && fsync(fileno(out.get())) == 0;
   copied = (std::fclose(out.release()) == 0) && copied;
-  if (!copied || rename(temp_path, lpFileName) != 0) {
+  if (!copied) {
     unlink(temp_path);
     return 0;
   }
-  snmplumi::SyncDirectoryOf(lpFileName);
-  return 1;
+  return snmplumi::Replace(temp_path, lpFileName) ? 1 : 0;
 }
 
 BOOL WritePrivateProfileString(const char *lpAppName, const char *lpKeyName, const char *lpString,
