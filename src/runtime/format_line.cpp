@@ -1,6 +1,7 @@
 #include "runtime/format_line.h"
 
 #include <cctype>
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -33,6 +34,8 @@ void SkipStar(const char *&p) {
 }  // namespace
 
 void WriteLineAsFormat(std::FILE *out, const char *line) {
+  // %m shows errno as the caller left it, not as the writes of this line leave it.
+  const int caller_errno = errno;
   const char *p = line;
   while (*p != '\0') {
     const char *percent = std::strchr(p, '%');
@@ -106,8 +109,13 @@ void WriteLineAsFormat(std::FILE *out, const char *line) {
       case 'C':
       case 's':
       case 'S':
-      case 'm':
         std::fprintf(out, (directive + "s").c_str(), "");
+        break;
+      case 'm':
+        // The C library formats %m itself (the '#' flag included); it takes no argument, the
+        // one passed is never read.
+        errno = caller_errno;
+        std::fprintf(out, (directive + precision + "m").c_str(), "");
         break;
       case 'n':
         break;
