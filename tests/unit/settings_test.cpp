@@ -1,8 +1,14 @@
+#include "config/settings.h"
+
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <map>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "snmplumi.h"
@@ -13,226 +19,222 @@ namespace {
 
 class SettingsTest : public ::testing::Test {
  protected:
-  void Load(const std::string &snmp_section_lines, const std::string &trace_mode = "") {
-    PutFile(home_.data("snmp.apc"), "[Snmp]\n" + snmp_section_lines);
-    if (!trace_mode.empty()) PutFile(home_.data("config.apc"), "[Lumi]\nTraceMode=" + trace_mode);
-    lib_init();
-  }
-
   TempHome home_;
 };
 
-TEST_F(SettingsTest, NoSnmpFileGivesEveryDefault) {
-  lib_init();
-  for (int slot = 0; slot < 130; ++slot) EXPECT_STREQ(UpsIp[slot], "127.0.0.1") << slot;
-  for (int row = 0; row < 16; ++row) {
-    EXPECT_STREQ(UpsIpServer[row], "");
-    EXPECT_STREQ(ServerIP[row], "");
-    EXPECT_STREQ(UpsIpOther[row], "");
+// The rows of an address table that hold something else than unused, as "row:address ...".
+template <std::size_t N>
+std::string UsedRows(const char (&table)[N][64], const char *unused) {
+  std::string used;
+  for (std::size_t row = 0; row < N; ++row) {
+    if (std::strcmp(table[row], unused) != 0) used += std::to_string(row) + ":" + table[row] + " ";
   }
-  EXPECT_STREQ(UpsCommunity, "kestal");
-  EXPECT_STREQ(UpsOffMode, "Sdefault>") << "only the first character is replaced";
-  EXPECT_EQ(PowerFailWait, 60u);
-  EXPECT_EQ(PowerFailWaitOther, 15u);
-  EXPECT_EQ(OtherUpsOnWait, 0u);
-  EXPECT_EQ(SnmpTrapInt, 10000u);
-  EXPECT_STREQ(DilayTimeCut, "Y");
-  EXPECT_EQ(GetRetryMax, 5u);
-  EXPECT_EQ(SetRetryMax, 5u);
-  EXPECT_STREQ(SecurityName, "<default>");
-  EXPECT_EQ(CommunicationPortNo, 0);
-  EXPECT_EQ(ArmPortNo, 0);
-  EXPECT_STREQ(SendIp, "255.255.255.255");
-  EXPECT_EQ(g_bAC_MIBConvertMode, 0);
-  EXPECT_EQ(NO_TRAP_SERVICE, 0);
-  EXPECT_EQ(g_Auto_Reboot_Org, 0);
-  EXPECT_EQ(upsAdvConfigHighTransferVolt, 108);
-  EXPECT_EQ(upsAdvConfigLowTransferVolt, 87);
-  EXPECT_EQ(upsAdvConfigAlarm, 1);
-  EXPECT_EQ(upsAdvConfigAlarmTimer, 0u);
-  EXPECT_EQ(upsAdvConfigMinReturnCapacity, 90);
-  EXPECT_EQ(upsAdvConfigSensitivity, 1);
-  EXPECT_EQ(upsAdvConfigLowBatteryRunTime, 120u);
-  EXPECT_EQ(upsAdvConfigBattExhaustThresh, 0u);
-  EXPECT_EQ(upsAdvTestDiagnosticSchedule, 5);
-  EXPECT_STREQ(upsBasicIdentName, "APC UPS");
-  EXPECT_EQ(OffRequestCount, 2);
-  EXPECT_EQ(OffRequestInterval, 1);
+  return used;
+}
+
+// A variable's name, and its value as text.
+#define NUMBER(v) #v, [] { return std::to_string(v); }
+#define TEXT(v) #v, [] { return std::string(v); }
+
+TEST_F(SettingsTest, EverySettingHasItsDefaultAndCorrections) {
+  struct Variable {
+    const char *name;
+    std::string (*value)();
+    std::string absent;
+  } variables[] = {
+      {NUMBER(g_bAC_MIBConvertMode), "0"},
+      {NUMBER(NO_TRAP_SERVICE), "0"},
+      {"UpsIp", [] { return UsedRows(UpsIp, "127.0.0.1"); }, ""},
+      {"UpsIpServer", [] { return UsedRows(UpsIpServer, ""); }, ""},
+      {"ServerIP", [] { return UsedRows(ServerIP, ""); }, ""},
+      {"UpsIpOther", [] { return UsedRows(UpsIpOther, ""); }, ""},
+      {TEXT(UpsCommunity), "kestal"},
+      {TEXT(UpsOffMode), "Sdefault>"},
+      {NUMBER(PowerFailWait), "60"},
+      {NUMBER(PowerFailWaitOther), "15"},
+      {NUMBER(OtherUpsOnWait), "0"},
+      {NUMBER(SnmpTrapInt), "10000"},
+      {TEXT(DilayTimeCut), "Y"},
+      {NUMBER(GetRetryMax), "5"},
+      {NUMBER(SetRetryMax), "5"},
+      {TEXT(SecurityName), "<default>"},
+      {NUMBER(CommunicationPortNo), "0"},
+      {NUMBER(ArmPortNo), "0"},
+      {TEXT(SendIp), "255.255.255.255"},
+      {NUMBER(g_Auto_Reboot_Org), "0"},
+      {NUMBER(upsAdvConfigHighTransferVolt), "108"},
+      {NUMBER(upsAdvConfigLowTransferVolt), "87"},
+      {NUMBER(upsAdvConfigAlarm), "1"},
+      {NUMBER(upsAdvConfigAlarmTimer), "0"},
+      {NUMBER(upsAdvConfigMinReturnCapacity), "90"},
+      {NUMBER(upsAdvConfigSensitivity), "1"},
+      {NUMBER(upsAdvConfigLowBatteryRunTime), "120"},
+      {NUMBER(upsAdvConfigBattExhaustThresh), "0"},
+      {NUMBER(upsAdvTestDiagnosticSchedule), "5"},
+      {TEXT(upsBasicIdentName), "APC UPS"},
+      {NUMBER(OffRequestCount), "2"},
+      {NUMBER(OffRequestInterval), "1"},
+  };
+  const std::string c100(100, 'c'), c63(63, 'c'), n50(50, 'n'), n39(39, 'n');
+  // Both columns are "name=value;...": the lines of section [Snmp] ("-": no snmp.apc at all),
+  // and the variables that differ from their absent value.
+  const std::pair<std::string, std::string> rows[] = {
+      {"-", ""},
+      {"AC_MIB_Conv=yes;NO_TRAP=Y;AUTO_REBOOT_ORG=no;DilayTimeCut=N;NAME=sec;SEND_IP=10.5.5.5;"
+       "UPS_Off=Sleep mode that is far too long;UPS_Com=" +
+           c100 + ";upsBasicIdentName=" + n50,
+       "g_bAC_MIBConvertMode=1;NO_TRAP_SERVICE=1;DilayTimeCut=N;SecurityName=sec;SendIp=10.5.5.5;"
+       "UpsOffMode=Sleep mode that;UpsCommunity=" +
+           c63 + ";upsBasicIdentName=" + n39},
+      {"AC_MIB_Conv=;NO_TRAP=xY;AUTO_REBOOT_ORG=y;UPS_IP=;UPS_IP0=10.9.9.0;UPS_IP1=10.1.1.1;"
+       "UPS_IP2=;UPS_IP129=10.1.1.129;UPS_IP130=10.9.9.9;UPS_IP_S0=10.2.2.0;"
+       "UPS_IP_S15=10.2.2.15;UPS_IP_S16=10.9.9.9;SERVER_IP_3=10.3.3.3;UPS_IP_O7=10.4.4.7",
+       "g_Auto_Reboot_Org=1;UpsIp=0: 1:10.1.1.1 129:10.1.1.129 ;"
+       "UpsIpServer=0:10.2.2.0 15:10.2.2.15 ;ServerIP=3:10.3.3.3 ;UpsIpOther=7:10.4.4.7 "},
+      {"UPS_other_on_wait=7;SNMP_GET_RETRY=3;SNMP_SET_RETRY=4;PORT=70000;ARM_PORT=162;"
+       "upsAdvConfigHighTransferVolt=120;upsAdvConfigLowTransferVolt=90;"
+       "upsAdvConfigAlarmTimer=30;upsAdvConfigMinReturnCapacity=50;"
+       "upsAdvConfigLowBatteryRunTime=300;upsAdvConfigBattExhaustThresh=2",
+       "OtherUpsOnWait=7;GetRetryMax=3;SetRetryMax=4;CommunicationPortNo=4464;ArmPortNo=162;"
+       "upsAdvConfigHighTransferVolt=120;upsAdvConfigLowTransferVolt=90;"
+       "upsAdvConfigAlarmTimer=30;upsAdvConfigMinReturnCapacity=50;"
+       "upsAdvConfigLowBatteryRunTime=300;upsAdvConfigBattExhaustThresh=2"},
+      // Numbers that do not parse keep what the row before left.
+      {"SNMP_GET_RETRY=abc;PORT=x;UPS_Power_fail_wait=29;SNMP_Trap_interval=1;"
+       "OffRequestCount=11;OffRequestInterval=25",
+       "GetRetryMax=3;CommunicationPortNo=4464;PowerFailWait=30;SnmpTrapInt=2000;"
+       "OffRequestCount=10;OffRequestInterval=10"},
+      {"UPS_Power_fail_wait=31;UPS_Power_fail_wait_other=76;SNMP_Trap_interval=3;"
+       "OffRequestCount=10;OffRequestInterval=10",
+       "PowerFailWait=31;PowerFailWaitOther=76;SnmpTrapInt=3000;OffRequestCount=10;"
+       "OffRequestInterval=10"},
+      {"UPS_Power_fail_wait=31;UPS_Power_fail_wait_other=77;SNMP_Trap_interval=-1;"
+       "OffRequestCount=-3;OffRequestInterval=9",
+       "PowerFailWait=31;SnmpTrapInt=4294966296;OffRequestCount=-3;OffRequestInterval=9"},
+      {"UPS_Power_fail_wait=120;UPS_Power_fail_wait_other=165;OffRequestCount=9;"
+       "OffRequestInterval=-3",
+       "PowerFailWait=120;PowerFailWaitOther=165;OffRequestCount=9;OffRequestInterval=-3"},
+      {"UPS_Power_fail_wait=120;UPS_Power_fail_wait_other=166",
+       "PowerFailWait=120;PowerFailWaitOther=75"},
+      {"UPS_Power_fail_wait=120;UPS_Power_fail_wait_other=-1",
+       "PowerFailWait=120;PowerFailWaitOther=75"},
+      {"UPS_Power_fail_wait=100", "PowerFailWait=100;PowerFailWaitOther=55"},
+      {"UPS_Power_fail_wait=-5", "PowerFailWait=4294967291;PowerFailWaitOther=4294967246"},
+      {"upsAdvConfigAlarm=atLowBattery;upsAdvConfigSensitivity=low;"
+       "upsAdvTestDiagnosticSchedule=biweekly",
+       "upsAdvConfigAlarm=2;upsAdvConfigSensitivity=2;upsAdvTestDiagnosticSchedule=2"},
+      {"upsAdvConfigAlarm=never;upsAdvConfigSensitivity=medium;upsAdvTestDiagnosticSchedule=weekly",
+       "upsAdvConfigAlarm=3;upsAdvConfigSensitivity=3;upsAdvTestDiagnosticSchedule=3"},
+      {"upsAdvConfigSensitivity=high;upsAdvTestDiagnosticSchedule=atTurnOn",
+       "upsAdvConfigSensitivity=4;upsAdvTestDiagnosticSchedule=4"},
+      {"upsAdvConfigAlarm=Never;upsAdvConfigSensitivity=High;upsAdvTestDiagnosticSchedule=Weekly",
+       ""},
+  };
+  for (const auto &[lines, changes] : rows) {
+    std::map<std::string, std::string> expected;
+    for (const Variable &variable : variables) expected[variable.name] = variable.absent;
+    std::istringstream in(changes);
+    for (std::string change; std::getline(in, change, ';');) {
+      expected[change.substr(0, change.find('='))] = change.substr(change.find('=') + 1);
+    }
+    ASSERT_EQ(expected.size(), std::size(variables)) << "unknown name in " << changes;
+    std::filesystem::remove(home_.data("snmp.apc"));
+    std::string file = "[Snmp];" + lines + ";";
+    std::replace(file.begin(), file.end(), ';', '\n');
+    if (lines != "-") PutFile(home_.data("snmp.apc"), file);
+    ReadSettings();
+    for (const Variable &variable : variables) {
+      EXPECT_EQ(variable.value(), expected[variable.name]) << variable.name << " after " << lines;
+    }
+  }
+}
+
+// Without a TraceMode the switch stays as it was, and the main slot is marked unused.
+TEST_F(SettingsTest, AbsentDebugSwitchMarksTheMainSlotUnused) {
+  g_bDebugMode = 1;
+  std::strcpy(UpsIp[0], "10.0.0.1");
+  DebugModeCheck();
+  EXPECT_EQ(g_bDebugMode, 1);
+  EXPECT_STREQ(UpsIp[0], "127.0.0.1");
+}
+
+TEST_F(SettingsTest, LoadClearsStatusAndFaultWords) {
+  int *words[] = {&ups_X1[5][1],
+                  &ups_Other_X1[0][3],
+                  &ups_Falut,
+                  &ups_Server_Falut[0][2],
+                  &ups_Other_Falut[0][15],
+                  &OID2upsSCGMembershipGroupNumberErrorCount,
+                  &g_iMutexMode};
+  for (int *word : words) *word = 1;
+  SignalResponse1 = SignalResponse2 = 9;
+  lib_init();
+  for (int *word : words) EXPECT_EQ(*word, 0);
+  EXPECT_EQ(SignalResponse1 + SignalResponse2, 0u);
   EXPECT_EQ(UpscApiSupportLevel, 9612);
   EXPECT_STREQ(LumiPathName, home_.root().c_str());
 }
 
-TEST_F(SettingsTest, PowerFailWaitsAreCorrected) {
-  Load("UPS_Power_fail_wait=10\n");
-  EXPECT_EQ(PowerFailWait, 30u);
-  EXPECT_EQ(PowerFailWaitOther, 15u);
-}
+// What lib_init logs, in order; the lines marked true only in debug mode, which takes exactly
+// "ON".
+class SettingsLogTest : public SettingsTest, public ::testing::WithParamInterface<bool> {};
 
-TEST_F(SettingsTest, OtherWaitMayNotExceedMainWaitBy45) {
-  Load("UPS_Power_fail_wait=120\nUPS_Power_fail_wait_other=200\n");
-  EXPECT_EQ(PowerFailWaitOther, 75u);
-}
+INSTANTIATE_TEST_SUITE_P(TraceMode, SettingsLogTest, ::testing::Values(true, false),
+                         [](const auto &info) { return info.param ? "ON" : "on"; });
 
-TEST_F(SettingsTest, OtherWaitWithinBoundIsKept) {
-  Load("UPS_Power_fail_wait=120\nUPS_Power_fail_wait_other=160\n");
-  EXPECT_EQ(PowerFailWait, 120u);
-  EXPECT_EQ(PowerFailWaitOther, 160u);
-}
-
-TEST_F(SettingsTest, TrapIntervalIsAtLeastTwoSecondsInMilliseconds) {
-  Load("SNMP_Trap_interval=0\n");
-  EXPECT_EQ(SnmpTrapInt, 2000u);
-}
-
-TEST_F(SettingsTest, EnumerationsMatchTheirMibNamesExactly) {
-  Load(
-      "upsAdvConfigAlarm=Never\nupsAdvConfigSensitivity=high\n"
-      "upsAdvTestDiagnosticSchedule=atTurnOn\n");
-  EXPECT_EQ(upsAdvConfigAlarm, 1) << "capital N is no match";
-  EXPECT_EQ(upsAdvConfigSensitivity, 4);
-  EXPECT_EQ(upsAdvTestDiagnosticSchedule, 4);
-}
-
-TEST_F(SettingsTest, EnumerationNamesGiveTheirValues) {
-  Load(
-      "upsAdvConfigAlarm=never\nupsAdvConfigSensitivity=low\n"
-      "upsAdvTestDiagnosticSchedule=weekly\n");
-  EXPECT_EQ(upsAdvConfigAlarm, 3);
-  EXPECT_EQ(upsAdvConfigSensitivity, 2);
-  EXPECT_EQ(upsAdvTestDiagnosticSchedule, 3);
-}
-
-TEST_F(SettingsTest, OffRequestsAreCappedAtTenOnlyFromAbove) {
-  Load("OffRequestCount=25\nOffRequestInterval=-3\n");
-  EXPECT_EQ(OffRequestCount, 10);
-  EXPECT_EQ(OffRequestInterval, -3);
-}
-
-TEST_F(SettingsTest, AddressesFillTheirTables) {
-  Load(
-      "UPS_IP=\nUPS_IP1=10.1.1.1\nUPS_IP2=\nUPS_IP129=10.1.1.129\nUPS_IP130=10.9.9.9\n"
-      "UPS_IP_S0=10.2.2.0\nUPS_IP_S15=10.2.2.15\nSERVER_IP_3=10.3.3.3\nUPS_IP_O7=10.4.4.7\n");
-  EXPECT_STREQ(UpsIp[0], "") << "an empty main address stays empty";
-  EXPECT_STREQ(UpsIp[1], "10.1.1.1");
-  EXPECT_STREQ(UpsIp[2], "127.0.0.1") << "an empty further address marks an unused slot";
-  EXPECT_STREQ(UpsIp[129], "10.1.1.129");
-  EXPECT_STREQ(UpsIpServer[0], "10.2.2.0");
-  EXPECT_STREQ(UpsIpServer[15], "10.2.2.15");
-  EXPECT_STREQ(ServerIP[3], "10.3.3.3");
-  EXPECT_STREQ(UpsIpOther[7], "10.4.4.7");
-  EXPECT_STREQ(UpsIpOther[6], "");
-}
-
-TEST_F(SettingsTest, ValuesAreCutToTheirVariables) {
-  std::string long_community(100, 'c');
-  Load("UPS_Com=" + long_community + "\nUPS_Off=Sleep mode that is far too long\nPORT=70000\n");
-  EXPECT_EQ(std::string(UpsCommunity), std::string(63, 'c'));
-  EXPECT_STREQ(UpsOffMode, "Sleep mode that");
-  EXPECT_EQ(CommunicationPortNo, 70000 % 65536) << "the low 16 bits";
-  EXPECT_STREQ(DilayTimeCut, "Y") << "the neighbour of UpsOffMode is untouched";
-}
-
-TEST_F(SettingsTest, FlagsAndUnparsableNumbers) {
-  Load("AC_MIB_Conv=yes\nNO_TRAP=Y\nAUTO_REBOOT_ORG=no\nSNMP_GET_RETRY=abc\nSNMP_SET_RETRY=3\n");
-  EXPECT_EQ(g_bAC_MIBConvertMode, 1);
-  EXPECT_EQ(NO_TRAP_SERVICE, 1);
-  EXPECT_EQ(g_Auto_Reboot_Org, 0);
-  EXPECT_EQ(GetRetryMax, 0u) << "a number that does not parse leaves the value from load";
-  EXPECT_EQ(SetRetryMax, 3u);
-}
-
-TEST_F(SettingsTest, DebugSwitchNeedsExactlyOn) {
-  PutFile(home_.data("config.apc"), "[Lumi]\nTraceMode=on\n");
-  std::strcpy(UpsIp[0], "10.0.0.1");
-  DebugModeCheck();
-  EXPECT_EQ(g_bDebugMode, 0);
-  EXPECT_STREQ(UpsIp[0], "10.0.0.1");
-
-  PutFile(home_.data("config.apc"), "[Lumi]\nTraceMode=ON\n");
-  DebugModeCheck();
-  EXPECT_EQ(g_bDebugMode, 1);
-
-  std::filesystem::remove(home_.data("config.apc"));
-  DebugModeCheck();
-  EXPECT_EQ(g_bDebugMode, 1) << "absent leaves the switch alone";
-  EXPECT_STREQ(UpsIp[0], "127.0.0.1") << "and marks the main slot unused";
-}
-
-TEST_F(SettingsTest, LoadClearsStatusAndFaultWords) {
-  ups_X1[5][1] = 0x80;
-  ups_Other_X1[0][3] = 0x10;
-  ups_Falut = 7;
-  ups_Server_Falut[0][2] = 1;
-  ups_Other_Falut[0][15] = 1;
-  OID2upsSCGMembershipGroupNumberErrorCount = 31;
-  SignalResponse1 = SignalResponse2 = 9;
-  g_iMutexMode = 1;
-  lib_init();
-  EXPECT_EQ(ups_X1[5][1], 0);
-  EXPECT_EQ(ups_Other_X1[0][3], 0);
-  EXPECT_EQ(ups_Falut, 0);
-  EXPECT_EQ(ups_Server_Falut[0][2], 0);
-  EXPECT_EQ(ups_Other_Falut[0][15], 0);
-  EXPECT_EQ(OID2upsSCGMembershipGroupNumberErrorCount, 0);
-  EXPECT_EQ(SignalResponse1 + SignalResponse2, 0u);
-  EXPECT_EQ(g_iMutexMode, 0);
-}
-
-TEST_F(SettingsTest, DebugLoadLogsEverySettingInOrder) {
-  Load(
-      "UPS_IP=127.0.1.1\nUPS_IP4=127.0.1.5\nUPS_Com=public\nUPS_Off=Turn\nDilayTimeCut=N\n"
-      "UPS_Power_fail_wait=90\nUPS_Power_fail_wait_other=40\nSNMP_Trap_interval=5\n"
-      "UPS_other_on_wait=7\nAC_MIB_Conv=Y\nAUTO_REBOOT_ORG=y\nupsAdvConfigAlarm=never\n",
-      "ON");
-  std::vector<LogRecord> expected = {
-      {0, "[snmplumi] lib_init start"},
-      {0, "### [AC_MIB_Conv mode] AC_MIB_Conv = Y"},
-      {0, "### [TRAP mode] NO_TRAP = <default>"},
-      {0, "### [UPS_IP] = (127.0.1.1) Community : (public)"},
-      {0, "### [UPS_IP4] = (127.0.1.5)"},
-      {0, "### Off Mode[UPS_Off] = (T) Sleep/Trun   [DilayTimeCut] = (N) Y/N"},
-      {0, "### SNMP watch timer[UPS_Power_fail_wait]= (90sec)  [_other]= (40sec)"},
-      {0, "### SNMP Trap Interval timer[SNMP_Trap_interval] sec= (5)"},
-      {0, "### SNMP watch timer[UPS_other_on_wait]= (7sec)"},
-      {0, "g_Auto_Reboot_Org (1)"},
-      {0, "*** [upsAdvConfigHighTransferVolt] = (108)"},
-      {0, "*** [upsAdvConfigLowTransferVolt] = (87)"},
-      {0, "*** [upsAdvConfigAlarm] = (3)"},
-      {0, "*** [upsAdvConfigAlarmTimer] = (0)"},
-      {0, "*** [upsAdvConfigMinReturnCapacity] = (90)"},
-      {0, "*** [upsAdvConfigSensitivity] = (1)"},
-      {0, "*** [upsAdvConfigLowBatteryRunTime] = (120)"},
-      {0, "*** [upsAdvConfigBattExhaustThresh] = (0)"},
-      {0, "*** [upsAdvTestDiagnosticSchedule] = (5)"},
-      {0, "*** [upsBasicIdentName] = (APC UPS)"},
-      {0, " OffRequestCount=2 OffRequestInterval=1"},
-      {0, "[snmplumi] g_hMutexTovLumiStopControl ok"},
-      {0, "[snmplumi] g_hLocalLoggingMutex ok"},
-      {0, "[snmplumi] g_hLocalLogging2Mutex ok"},
-      {0, "[snmplumi] g_hLocalLogging3Mutex ok"},
-      {0, "[snmplumi] INI File Mutex ok"},
-      {0, "[snmplumi] lib_init end"},
+TEST_P(SettingsLogTest, LoadAndUnloadLogEverySettingInOrder) {
+  PutFile(home_.data("config.apc"),
+          GetParam() ? "[Lumi]\nTraceMode=ON\n" : "[Lumi]\nTraceMode=on\n");
+  PutFile(home_.data("snmp.apc"),
+          "[Snmp]\nUPS_IP=127.0.1.1\nUPS_IP4=127.0.1.5\nUPS_Com=public\nUPS_Off=Turn\n"
+          "DilayTimeCut=N\nUPS_Power_fail_wait=90\nUPS_Power_fail_wait_other=40\n"
+          "SNMP_Trap_interval=5\nUPS_other_on_wait=7\nAC_MIB_Conv=Y\nAUTO_REBOOT_ORG=y\n"
+          "upsAdvConfigAlarm=never\n");
+  const std::tuple<bool, unsigned, const char *> lines[] = {
+      {true, 0, "[snmplumi] lib_init start"},
+      {false, 1, "### [AC_MIB_Conv mode] AC_MIB_Conv = Y"},  // the flag read is the code
+      {false, 0, "### [TRAP mode] NO_TRAP = <default>"},
+      {false, 0, "### [UPS_IP] = (127.0.1.1) Community : (public)"},
+      {false, 0, "### [UPS_IP4] = (127.0.1.5)"},
+      {false, 0, "### Off Mode[UPS_Off] = (T) Sleep/Trun   [DilayTimeCut] = (N) Y/N"},
+      {false, 0, "### SNMP watch timer[UPS_Power_fail_wait]= (90sec)  [_other]= (40sec)"},
+      {false, 0, "### SNMP Trap Interval timer[SNMP_Trap_interval] sec= (5)"},
+      {false, 0, "### SNMP watch timer[UPS_other_on_wait]= (7sec)"},
+      {false, 0, "g_Auto_Reboot_Org (1)"},
+      {false, 0, "*** [upsAdvConfigHighTransferVolt] = (108)"},
+      {false, 0, "*** [upsAdvConfigLowTransferVolt] = (87)"},
+      {false, 0, "*** [upsAdvConfigAlarm] = (3)"},
+      {false, 0, "*** [upsAdvConfigAlarmTimer] = (0)"},
+      {false, 0, "*** [upsAdvConfigMinReturnCapacity] = (90)"},
+      {false, 0, "*** [upsAdvConfigSensitivity] = (1)"},
+      {false, 0, "*** [upsAdvConfigLowBatteryRunTime] = (120)"},
+      {false, 0, "*** [upsAdvConfigBattExhaustThresh] = (0)"},
+      {false, 0, "*** [upsAdvTestDiagnosticSchedule] = (5)"},
+      {false, 0, "*** [upsBasicIdentName] = (APC UPS)"},
+      {false, 0, " OffRequestCount=2 OffRequestInterval=1"},
+      {true, 0, "[snmplumi] g_hMutexTovLumiStopControl ok"},
+      {true, 0, "[snmplumi] g_hLocalLoggingMutex ok"},
+      {true, 0, "[snmplumi] g_hLocalLogging2Mutex ok"},
+      {true, 0, "[snmplumi] g_hLocalLogging3Mutex ok"},
+      {true, 0, "[snmplumi] INI File Mutex ok"},
+      {true, 0, "[snmplumi] lib_init end"},
   };
-  expected[1].code = 1;  // the flag read is the code of its line
+  std::vector<LogRecord> expected;
+  for (const auto &[debug_only, code, message] : lines) {
+    if (GetParam() || !debug_only) expected.push_back({code, message});
+  }
+  lib_init();
   EXPECT_EQ(LibraryLog(home_), expected);
-}
 
-TEST_F(SettingsTest, QuietLoadLogsOnlyTheSettings) {
-  Load("", "OFF");
-  auto messages = LogMessages(home_);
-  ASSERT_EQ(messages.size(), 19u);
-  EXPECT_EQ(messages.front(), "### [AC_MIB_Conv mode] AC_MIB_Conv = <default>");
-  EXPECT_EQ(messages.back(), " OffRequestCount=2 OffRequestInterval=1");
-}
-
-TEST_F(SettingsTest, UnloadLogsAfterDestroyingTheLoggingMutexes) {
-  Load("", "ON");
+  // Unload logs after destroying the logging mutexes, which go back to their load-time state.
   lib_end();
   auto messages = LogMessages(home_);
-  ASSERT_GE(messages.size(), 2u);
-  EXPECT_EQ(messages[messages.size() - 2], "[snmplumi] lib_end start");
-  EXPECT_EQ(messages.back().rfind("[snmplumi] lib_end end : ", 0), 0u);
-  LumiLocalLog("after unload", 0);  // the mutex is back in its load-time state
+  if (GetParam()) {
+    ASSERT_EQ(messages.size(), expected.size() + 2);
+    EXPECT_EQ(messages[expected.size()], "[snmplumi] lib_end start");
+    EXPECT_TRUE(messages.back().starts_with("[snmplumi] lib_end end : ")) << messages.back();
+  }
+  LumiLocalLog("after unload", 0);
   EXPECT_EQ(LogMessages(home_).back(), "after unload");
 }
 
