@@ -1,7 +1,4 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/sysinfo.h>
 #include <unistd.h>
 
 #include <climits>
@@ -9,6 +6,7 @@
 #include <filesystem>
 #include <future>
 #include <string>
+#include <tuple>
 
 #include "snmplumi.h"
 #include "test_home.h"
@@ -24,64 +22,58 @@ class PlatformTest : public ::testing::Test {
   TempHome home_;
 };
 
-TEST_F(PlatformTest, TempFileNameWithGivenNumberCreatesNothing) {
-  char name[64];
-  EXPECT_EQ(GetTempFileName("/d", "_um", 26, name), 26u);
-  EXPECT_STREQ(name, "/d/_um001a.TMP");
-  EXPECT_EQ(GetTempFileName("/d", "_um", 74565, name), 74565u);
-  EXPECT_STREQ(name, "/d/_um12345.TMP");
-  EXPECT_EQ(GetTempFileName("/d", "_umbrella", 0xabcdef12u, name), 0xabcdef12u);
-  EXPECT_STREQ(name, "/d/_umabcdef12.TMP");
+TEST_F(PlatformTest, TempFileNames) {
+  const std::tuple<const char *, unsigned, const char *> given[] = {
+      {"_um", 26, "/d/_um001a.TMP"},
+      {"_um", 74565, "/d/_um12345.TMP"},
+      {"_umbrella", 0xabcdef12u, "/d/_umabcdef12.TMP"},
+  };
+  char name[256];
+  for (const auto &[prefix, number, expected] : given) {
+    EXPECT_EQ(GetTempFileName("/d", prefix, number, name), number);
+    EXPECT_STREQ(name, expected);
+  }
   EXPECT_EQ(GetTempFileName(nullptr, "_um", 26, name), 0u);
-  EXPECT_FALSE(FileExists("/d"));
-}
+  EXPECT_FALSE(FileExists("/d")) << "a given number creates nothing";
 
-TEST_F(PlatformTest, TempFileNameWithoutNumberCreatesAFreshFile) {
+  // Without one, the counter starts from the tick count and steps past names already taken.
   std::string dir = home_.data();
-  char first[256];
-  char second[256];
-  unsigned int a = GetTempFileName(dir.c_str(), "_um", 0, first);
-  unsigned int b = GetTempFileName(dir.c_str(), "_um", 0, second);
-  ASSERT_NE(a, 0u);
+  unsigned int first = GetTempFileName(dir.c_str(), "_um", 0, name);
+  EXPECT_GE(first, GetTickCount() - 2000);
   char expected[256];
-  std::snprintf(expected, sizeof expected, "%s/_um%4.4x.TMP", dir.c_str(), a);
-  EXPECT_STREQ(first, expected);
-  EXPECT_NE(std::string(first), std::string(second));
-  EXPECT_EQ(b, a + 1) << "the second call steps past the name the first one took";
-  struct stat status;
-  ASSERT_EQ(stat(first, &status), 0);
-  EXPECT_EQ(status.st_size, 0);
-  EXPECT_GE(a, GetTickCount() - 2000) << "the counter starts from the tick count";
+  std::snprintf(expected, sizeof expected, "%s/_um%4.4x.TMP", dir.c_str(), first);
+  EXPECT_STREQ(name, expected);
+  EXPECT_TRUE(FileExists(name) && FileText(name).empty());
+  EXPECT_EQ(GetTempFileName(dir.c_str(), "_um", 0, name), first + 1);
 }
 
-TEST_F(PlatformTest, CreateFileFollowsItsDisposition) {
+TEST_F(PlatformTest, CreateFileFollowsAccessAndDisposition) {
+  struct Row {
+    DWORD access, disposition;
+    const char *before;  // nullptr: no file
+    bool opens, reads, writes;
+    const char *after;  // nullptr: no file
+  } rows[] = {
+      {kWrite, 3, nullptr, false, false, false, nullptr},  // open existing
+      {kWrite, 1, nullptr, true, false, true, "x"},        // create new
+      {kWrite, 1, "abc", false, false, false, "abc"},
+      {kRead | kWrite, 5, "abc", false, false, false, "abc"},  // truncate existing: refused
+      {kRead, 4, "abc", true, true, false, "abc"},             // open always
+      {kRead | kWrite, 4, nullptr, true, false, true, "x"},
+      {kRead | kWrite, 2, "abc", true, false, true, "x"},  // create always truncates
+  };
   std::string path = home_.data("f");
-  HANDLE fd = CreateFile(path.c_str(), kWrite, 0, nullptr, 3, 0, 0);
-  EXPECT_EQ(fd, INVALID_HANDLE_VALUE) << "open existing does not create";
-
-  fd = CreateFile(path.c_str(), kWrite, 0, nullptr, 1, 0, 0);
-  ASSERT_NE(fd, INVALID_HANDLE_VALUE);
-  EXPECT_EQ(write(fd, "abc", 3), 3);
-  char byte;
-  EXPECT_EQ(read(fd, &byte, 1), -1) << "write access alone is write-only";
-  EXPECT_EQ(CloseHandle(fd), 0);
-  EXPECT_EQ(CloseHandle(fd), -1);
-  EXPECT_EQ(CreateFile(path.c_str(), kWrite, 0, nullptr, 1, 0, 0), INVALID_HANDLE_VALUE)
-      << "create new refuses an existing file";
-
-  EXPECT_EQ(CreateFile(path.c_str(), kRead | kWrite, 0, nullptr, 5, 0, 0), INVALID_HANDLE_VALUE);
-  EXPECT_EQ(FileText(path), "abc") << "truncate existing is refused without touching the file";
-
-  fd = CreateFile(path.c_str(), kRead, 0, nullptr, 4, 0, 0);
-  ASSERT_NE(fd, INVALID_HANDLE_VALUE);
-  EXPECT_EQ(read(fd, &byte, 1), 1);
-  EXPECT_EQ(write(fd, "x", 1), -1) << "read access alone is read-only";
-  CloseHandle(fd);
-
-  fd = CreateFile(path.c_str(), kRead | kWrite, 0, nullptr, 2, 0, 0);
-  ASSERT_NE(fd, INVALID_HANDLE_VALUE);
-  EXPECT_EQ(FileText(path), "") << "create always truncates";
-  CloseHandle(fd);
+  for (const Row &row : rows) {
+    std::filesystem::remove(path);
+    if (row.before != nullptr) PutFile(path, row.before);
+    HANDLE fd = CreateFile(path.c_str(), row.access, 0, nullptr, row.disposition, 0, 0);
+    EXPECT_EQ(fd != INVALID_HANDLE_VALUE, row.opens) << row.disposition;
+    char byte;
+    EXPECT_EQ(read(fd, &byte, 1) == 1, row.reads) << row.disposition;
+    EXPECT_EQ(write(fd, "x", 1) == 1, row.writes) << row.disposition;
+    EXPECT_EQ(CloseHandle(fd), row.opens ? 0 : -1);
+    EXPECT_EQ(FileExists(path) ? FileText(path) : "-", row.after ? row.after : "-");
+  }
 }
 
 TEST_F(PlatformTest, WriteFileWritesAtTheOverlappedOffset) {
@@ -102,32 +94,26 @@ TEST_F(PlatformTest, WriteFileWritesAtTheOverlappedOffset) {
   EXPECT_EQ(written, 0u);
 }
 
-TEST_F(PlatformTest, ModuleFileNameIsTheRunningProgram) {
-  char expected[PATH_MAX] = {};
-  ASSERT_GT(readlink("/proc/self/exe", expected, sizeof expected - 1), 0);
+TEST_F(PlatformTest, ModuleFileNameAndTempPathNameTheRunningProgram) {
+  char exe[PATH_MAX] = {};
+  ASSERT_GT(readlink("/proc/self/exe", exe, sizeof exe - 1), 0);
   char name[PATH_MAX];
-  EXPECT_EQ(GetModuleFileName(nullptr, name, sizeof name), std::strlen(expected));
-  EXPECT_STREQ(name, expected);
-
+  EXPECT_EQ(GetModuleFileName(nullptr, name, sizeof name), std::strlen(exe));
+  EXPECT_STREQ(name, exe);
   EXPECT_EQ(GetModuleFileName(nullptr, name, 5), 4u);
-  EXPECT_EQ(std::string(name), std::string(expected, 4));
+  EXPECT_EQ(std::string(name), std::string(exe, 4));
   int marker = 0;
   EXPECT_EQ(GetModuleFileName(&marker, name, sizeof name), 0u);
   EXPECT_EQ(GetModuleFileName(nullptr, name, 0), 0u);
   EXPECT_EQ(GetModuleFileName(nullptr, nullptr, 10), 0u);
-}
 
-TEST_F(PlatformTest, TempPathIsTheProgramDirectory) {
-  char exe[PATH_MAX] = {};
-  ASSERT_GT(readlink("/proc/self/exe", exe, sizeof exe - 1), 0);
-  std::string expected = std::filesystem::path(exe).parent_path().string() + "/";
   if (std::strlen(exe) >= 256) GTEST_SKIP() << "program path longer than the module buffer";
-  char path[PATH_MAX];
-  EXPECT_EQ(GetTempPath(sizeof path, path), 1u);
-  EXPECT_EQ(std::string(path), expected);
-  std::memset(path, '#', sizeof path);
-  EXPECT_EQ(GetTempPath(static_cast<DWORD>(expected.size()), path), 0u);
-  EXPECT_EQ(path[0], '#');
+  std::string dir = std::filesystem::path(exe).parent_path().string() + "/";
+  EXPECT_EQ(GetTempPath(sizeof name, name), 1u);
+  EXPECT_EQ(std::string(name), dir);
+  std::memset(name, '#', sizeof name);
+  EXPECT_EQ(GetTempPath(static_cast<DWORD>(dir.size()), name), 0u) << "no room for the NUL";
+  EXPECT_EQ(name[0], '#');
 }
 
 TEST_F(PlatformTest, BeginThreadRunsTheRoutineDetached) {
