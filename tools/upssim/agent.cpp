@@ -240,11 +240,14 @@ void Agent::Answer(Card &card, snmp_session *session, snmp_pdu *request) {
   bool community_ok =
       request->community != nullptr && request->community_len == card.community().size() &&
       std::memcmp(request->community, card.community().data(), request->community_len) == 0;
-  if (!community_ok || card.faults().silent) {
-    // A card drops these without a word; the journal still shows that the order arrived.
-    if (command == SNMP_MSG_SET) {
-      JournalSet(card, request, community_ok ? "silent" : "badCommunity");
-    }
+  // Lost requests get no answer; the journal still shows that the order arrived. A wrong
+  // community or a silent card loses it before the drop counters see it.
+  const char *lost = !community_ok          ? "badCommunity"
+                     : card.faults().silent ? "silent"
+                     : card.faults().Lose() ? "dropped"
+                                            : nullptr;
+  if (lost != nullptr) {
+    if (command == SNMP_MSG_SET) JournalSet(card, request, lost);
     return;
   }
   Clock::time_point now = Clock::now();

@@ -93,6 +93,16 @@ std::optional<int> ParseErrorStatus(std::string_view text) {
   return std::nullopt;
 }
 
+bool Faults::Lose() {
+  bool lose = false;
+  if (drop_next > 0) {
+    --drop_next;
+    lose = true;
+  }
+  if (drop_every > 0 && ++drop_count % drop_every == 0) lose = true;
+  return lose;
+}
+
 Card::Card(std::string name, std::string address, std::uint16_t port, std::string community,
            std::size_t number)
     : name_(std::move(name)),
@@ -292,6 +302,8 @@ std::string Card::Describe(Clock::time_point now) {
   text += " on_battery=" + FormatValue(on_battery);
   text += faults_.silent ? " silent=on" : " silent=off";
   text += " delay=" + std::to_string(faults_.delay.count()) + "ms";
+  text += " drop=" + std::to_string(faults_.drop_next);
+  text += " drop_every=" + std::to_string(faults_.drop_every);
   for (const auto &[key, error] : faults_.errors) {
     text += std::string(" error:") + (key.second == Operation::kGet ? "get:" : "set:") +
             std::string(Objects()[key.first].name) + "=" + ErrorStatusName(error);

@@ -37,6 +37,12 @@ struct Faults {
   std::chrono::milliseconds delay{0};
   std::map<std::pair<std::size_t, Operation>, int> errors;  // (object, operation) -> error status
   std::map<std::size_t, std::size_t> oversize;              // string object -> answered length
+  long drop_next = 0;                                       // requests still to lose
+  long drop_every = 0;                                      // lose every K-th request; 0: off
+  long drop_count = 0;  // requests seen since drop_every was set
+
+  // Counts one request that reached the card; true when the network is to lose it.
+  bool Lose();
 };
 
 class Card {

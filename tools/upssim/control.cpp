@@ -10,6 +10,7 @@ namespace {
 constexpr std::chrono::milliseconds kDefaultSelfTest{10000};
 constexpr long kMaxDelayMs = 600000;
 constexpr std::size_t kMaxOversize = 65535;
+constexpr long kMaxDrops = 1000000;
 
 // Thrown by a command handler; becomes the "error ..." reply.
 class CommandError : public std::runtime_error {
@@ -56,8 +57,8 @@ constexpr char kHelp[] =
     "ok commands: get CARD OBJECT | set CARD OBJECT TYPE VALUE | power CARD fail [CAUSE] | "
     "power CARD restore | selftest CARD [SECONDS] | silent CARD on|off | "
     "error CARD OBJECT get|set STATUS|none | error CARD clear | delay CARD MS | "
-    "oversize CARD OBJECT LENGTH | show CARD | cards | quit  (CARD may be * for every card "
-    "except in get and show; see --help)";
+    "oversize CARD OBJECT LENGTH | drop CARD N | drop CARD every K | drop CARD off | "
+    "show CARD | cards | quit  (CARD may be * for every card except in get and show; see --help)";
 
 }  // namespace
 
@@ -186,6 +187,28 @@ Control::Reply Control::Execute(std::string_view line, Clock::time_point now) {
       long delay = ParseCount(words.Need(kUsage), kMaxDelayMs, "a delay in milliseconds");
       words.End(kUsage);
       for (Card *card : targets) card->faults().delay = std::chrono::milliseconds(delay);
+      return {"ok"};
+    }
+    if (command == "drop") {
+      constexpr char kUsage[] = "drop CARD N | drop CARD every K | drop CARD off";
+      auto targets = Targets(words.Need(kUsage));
+      std::string_view what = words.Need(kUsage);
+      if (what == "off") {
+        words.End(kUsage);
+        for (Card *card : targets) card->faults().drop_next = card->faults().drop_every = 0;
+      } else if (what == "every") {
+        long every = ParseCount(words.Need(kUsage), kMaxDrops, "a request count");
+        words.End(kUsage);
+        if (every == 1) throw CommandError("every 1 would lose every request: use silent");
+        for (Card *card : targets) {
+          card->faults().drop_every = every;
+          card->faults().drop_count = 0;
+        }
+      } else {
+        long next = ParseCount(what, kMaxDrops, "a request count");
+        words.End(kUsage);
+        for (Card *card : targets) card->faults().drop_next = next;
+      }
       return {"ok"};
     }
     if (command == "oversize") {

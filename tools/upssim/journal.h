@@ -5,8 +5,8 @@
 //   TIME    local time, 2024-05-01T13:45:07.123
 //   TYPE    net-snmp letter of the value received (i u t a s o n c, ? for others)
 //   VALUE   as the control channel writes values (strings escaped, so never a tab)
-//   ANSWER  noError, noSuchName, badValue, readOnly, genErr, tooBig; or silent / badCommunity for a
-//           request that got no answer
+//   ANSWER  noError, noSuchName, badValue, readOnly, genErr, tooBig; or silent / dropped /
+//           badCommunity for a request that got no answer
 #pragma once
 
 #include <cstdio>

@@ -46,8 +46,8 @@ Options:
                   truncated; flushed per line):
                     TIME<TAB>CARD<TAB>OID<TAB>TYPE<TAB>VALUE<TAB>ANSWER
                   ANSWER is the error status sent (noError, noSuchName, badValue,
-                  readOnly, genErr, tooBig), or silent / badCommunity when the
-                  card sent nothing.
+                  readOnly, genErr, tooBig), or silent / dropped / badCommunity
+                  when the card sent nothing.
   --no-control    do not read commands from standard input; run until SIGTERM
                   or SIGINT (for running in the background)
   --help          this text
@@ -114,12 +114,20 @@ CONTROL COMMANDS (standard input; one reply line each: "ok ..." or "error ...")
   power CARD restore                mains back: on line, time on battery 0
   selftest CARD [SECONDS]           fail cause selfTest(9) and SECONDS on
                                     battery (default 10; 0: cause only)
-  silent CARD on|off                drop every request (SETs are journaled)
+  silent CARD on|off                answer no request (SETs are journaled)
   error CARD OBJECT get|set STATUS  answer that status for the object until
                                     cleared: noSuchName badValue readOnly genErr
                                     tooBig (or 1-5); "none" removes one
   error CARD clear                  remove every injected error of the card
   delay CARD MS                     answer MS milliseconds late (0: at once)
+  drop CARD N                       lose the next N requests the card receives
+                                    (a wrong community or a silent card does not
+                                    count), as a network loses datagrams: no
+                                    answer, a SET is not carried out (journaled
+                                    as dropped); 0 cancels
+  drop CARD every K                 lose every K-th request from now on (K >= 2;
+                                    2: every other one; 0 stops)
+  drop CARD off                     no more drops of either kind
   oversize CARD OBJECT LENGTH       answer a string object LENGTH bytes long: its
                                     value padded with X (0: off); an answer too
                                     large for a datagram becomes tooBig
@@ -136,6 +144,7 @@ CONTROL COMMANDS (standard input; one reply line each: "ok ..." or "error ...")
     error ups1 .1.3.6.1.4.1.318.1.1.1.6.2.1.0 set readOnly
     oversize ups2 upsAdvIdentSerialNumber 300
     delay ups3 1500
+    drop * every 3
 
 EXAMPLE
   printf 'card ups0 127.16.0.1:16161\n' > one.scenario
