@@ -1,32 +1,31 @@
-// SNMP v1 semantics as a card answers them: error statuses, error indexes, communities.
+// SNMP v1 as a card answers it: error statuses and indexes, all-or-nothing SETs, communities,
+// versions; and the journal of every SET received.
 #include <gtest/gtest.h>
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
+
+#include <map>
+#include <regex>
 
 #include "test_cards.h"
 
 namespace upssim::testing {
 namespace {
 
-constexpr char kUnknown[] = ".1.3.6.1.4.1.318.1.1.1.4.1.9.0";
-
 std::unique_ptr<Simulator> StartOpenAndClosedCards() {
-  CardOptions open, closed;
-  open.name = "ups0";
-  closed.name = "ups1";
-  closed.community = "private";
-  return Simulator::Start({open, closed});
+  return Simulator::Start({{.name = "ups0"}, {.name = "ups1", .community = "private"}});
 }
 
 class ProtocolTest : public SimulatorTest {
  protected:
   ProtocolTest() : SimulatorTest(StartOpenAndClosedCards()) {}
   Target ups0_ = CardTarget(*simulator_, "ups0");
+  Target ups1_ = {simulator_->Address("ups1"), simulator_->Port(), "private"};
 };
 
 TEST_F(ProtocolTest, UnknownObjectAnswersNoSuchNameAtItsIndexWithTheRequestEchoed) {
+  constexpr char kUnknown[] = ".1.3.6.1.4.1.318.1.1.1.4.1.9.0";
   Answer answer = Get(ups0_, {oid::kCommStatus, kUnknown, oid::kModel});
-  ASSERT_TRUE(answer.answered);
   EXPECT_EQ(answer.error_status, SNMP_ERR_NOSUCHNAME);
   EXPECT_EQ(answer.error_index, 2);
   ASSERT_EQ(answer.variables.size(), 3u);
@@ -34,80 +33,70 @@ TEST_F(ProtocolTest, UnknownObjectAnswersNoSuchNameAtItsIndexWithTheRequestEchoe
   for (const Variable &variable : answer.variables) EXPECT_EQ(variable.type, ASN_NULL);
 }
 
-TEST_F(ProtocolTest, SetOfReadOnlyObjectAnswersNoSuchNameAndChangesNothing) {
-  for (auto [object, type, value] :
-       {std::tuple{oid::kSysDescr, 's', "hacked"}, std::tuple{oid::kOutputStatus, 'i', "7"},
-        std::tuple{oid::kInputVoltage, 'u', "0"}}) {
-    Answer answer = Set(ups0_, {{object, type, value}});
-    ASSERT_TRUE(answer.answered);
-    EXPECT_EQ(answer.error_status, SNMP_ERR_NOSUCHNAME) << object;
-    EXPECT_EQ(answer.error_index, 1);
+// The journal has a line per variable of every SET received, with the answer's name.
+void ExpectJournal(const Simulator &simulator, const std::vector<std::string> &expected) {
+  std::vector<std::string> lines;
+  const std::regex time(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3})");
+  for (const JournalEntry &entry : simulator.Journal()) {
+    EXPECT_TRUE(std::regex_match(entry.time, time)) << entry.time;
+    lines.push_back(entry.card + " " + entry.oid + " " + entry.type + " " + entry.value + " " +
+                    entry.answer);
   }
-  EXPECT_EQ(Read(ups0_, oid::kOutputStatus).number, 2);
-  EXPECT_EQ(Read(ups0_, oid::kInputVoltage).number, 100);
+  EXPECT_EQ(lines, expected);
 }
 
-TEST_F(ProtocolTest, SetWithWrongTypeOrUnknownEnumerationValueAnswersBadValue) {
-  for (Write write : {Write{oid::kShutoffDelay, 'i', "9000"}, Write{oid::kSensitivity, 'i', "9"},
-                      Write{oid::kUpsOff, 'i', "0"}, Write{oid::kHighTransferVolt, 's', "110"},
-                      Write{oid::kScgMultiCastIp, 's', "224.0.0.1"}}) {
-    Answer answer = Set(ups0_, {write});
-    ASSERT_TRUE(answer.answered);
-    EXPECT_EQ(answer.error_status, SNMP_ERR_BADVALUE) << write.oid << " " << write.type;
-  }
-  EXPECT_EQ(Read(ups0_, oid::kShutoffDelay).number, 9000);
-  EXPECT_EQ(Read(ups0_, oid::kOutputStatus).number, 2);
-}
-
-TEST_F(ProtocolTest, SetOfSeveralVariablesIsAllOrNothing) {
-  Answer refused =
-      Set(ups0_, {{oid::kHighTransferVolt, 'i', "110"}, {oid::kSensitivity, 'i', "9"}});
-  EXPECT_EQ(refused.error_status, SNMP_ERR_BADVALUE);
-  EXPECT_EQ(refused.error_index, 2);
-  EXPECT_EQ(Read(ups0_, oid::kHighTransferVolt).number, 108);
-
-  Answer accepted =
-      Set(ups0_, {{oid::kHighTransferVolt, 'i', "110"}, {oid::kSensitivity, 'i', "2"}});
-  EXPECT_EQ(accepted.error_status, SNMP_ERR_NOERROR);
-  ASSERT_EQ(accepted.variables.size(), 2u);
-  EXPECT_EQ(accepted.variables[0].number, 110);
-  EXPECT_EQ(Read(ups0_, oid::kHighTransferVolt).number, 110);
-  EXPECT_EQ(Read(ups0_, oid::kSensitivity).number, 2);
-}
-
-TEST_F(ProtocolTest, ConfigurationWritesAreKeptAndReadBack) {
-  const Write writes[] = {
-      {oid::kIdentName, 's', "UPS_IDEN"},
-      {oid::kConfigAlarm, 'i', "3"},
-      {oid::kShutoffDelay, 't', "12300"},
-      {oid::kScgMultiCastIp, 'a', "224.0.0.7"},
-      {".1.3.6.1.4.1.318.1.1.1.10.1.1.0", 'i', "5"},      // upsSCGMembershipGroupNumber
-      {".1.3.6.1.4.1.318.1.1.1.7.2.1.0", 'i', "3"},       // upsAdvTestDiagnosticSchedule
-      {".1.3.6.1.4.1.318.1.1.1.5.2.14.0", 't', "30000"},  // upsAdvConfigBattExhaustThresh
+TEST_F(ProtocolTest, SetIsCheckedWholeKeptOnlyWhenEveryVariableIsAcceptedAndJournaled) {
+  struct Case {
+    std::vector<Write> writes;
+    long status, index;
   };
-  for (const Write &write : writes) {
-    ASSERT_EQ(Set(ups0_, {write}).error_status, SNMP_ERR_NOERROR) << write.oid;
+  constexpr long kOk = SNMP_ERR_NOERROR, kBad = SNMP_ERR_BADVALUE, kNoName = SNMP_ERR_NOSUCHNAME;
+  const Case cases[] = {
+      {{{oid::kOutputStatus, 'i', "7"}}, kNoName, 1},  // read-only
+      {{{oid::kShutoffDelay, 'i', "100"}}, kBad, 1},   // TimeTicks in the MIB
+      {{{oid::kScgMultiCastIp, 's', "224.0.0.1"}}, kBad, 1},
+      {{{oid::kSensitivity, 'i', "9"}}, kBad, 1},  // not in the enumeration
+      {{{oid::kUpsOff, 'i', "0"}}, kBad, 1},
+      {{{oid::kHighTransferVolt, 'i', "110"}, {oid::kSensitivity, 'i', "9"}}, kBad, 2},
+      {{{oid::kHighTransferVolt, 'i', "110"}, {oid::kSensitivity, 'i', "2"}}, kOk, 0},
+      {{{oid::kIdentName, 's', "rack 7  "}, {oid::kScgMultiCastIp, 'a', "224.0.0.7"}}, kOk, 0},
+      {{{oid::kShutoffDelay, 't', "12300"}}, kOk, 0},
+  };
+  std::vector<std::string> journal;
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.writes.front().oid + " " + c.writes.front().value);
+    std::map<std::string, std::string> before;
+    for (const Write &write : c.writes) before[write.oid] = simulator_->Value("ups0", write.oid);
+    Answer answer = Set(ups0_, c.writes);
+    ASSERT_TRUE(answer.answered);
+    EXPECT_EQ(answer.error_status, c.status);
+    EXPECT_EQ(answer.error_index, c.index);
+    for (const Write &write : c.writes) {
+      EXPECT_EQ(simulator_->Value("ups0", write.oid),
+                c.status == kOk ? write.value : before[write.oid]);
+      journal.push_back("ups0 " + write.oid + " " + write.type + " " + write.value + " " +
+                        (c.status == kOk    ? "noError"
+                         : c.status == kBad ? "badValue"
+                                            : "noSuchName"));
+    }
   }
-  EXPECT_EQ(Read(ups0_, oid::kIdentName).octets, "UPS_IDEN");
-  EXPECT_EQ(Read(ups0_, oid::kConfigAlarm).number, 3);
-  EXPECT_EQ(Read(ups0_, oid::kShutoffDelay).number, 12300);
-  EXPECT_EQ(Read(ups0_, oid::kScgMultiCastIp).octets, std::string("\xe0\x00\x00\x07", 4));
-  EXPECT_EQ(Read(ups0_, ".1.3.6.1.4.1.318.1.1.1.10.1.1.0").number, 5);
-  EXPECT_EQ(simulator_->Value("ups0", "upsAdvTestDiagnosticSchedule"), "3");
-  EXPECT_EQ(simulator_->Value("ups0", "upsAdvConfigBattExhaustThresh"), "30000");
-  // The other card keeps its own state.
-  EXPECT_EQ(simulator_->Value("ups1", "upsAdvConfigShutoffDelay"), "9000");
+  ExpectJournal(*simulator_, journal);
+  EXPECT_EQ(simulator_->Value("ups1", oid::kShutoffDelay), "9000");  // each card its own state
 }
 
-TEST_F(ProtocolTest, WrongCommunityGetsNoAnswer) {
-  Target ups1 = CardTarget(*simulator_, "ups1");
-  EXPECT_FALSE(Get(ups1, {oid::kCommStatus}).answered);
-  EXPECT_FALSE(Set(ups1, {{oid::kConfigAlarm, 'i', "3"}}).answered);
-  ups1.community = "private";
-  EXPECT_EQ(Read(ups1, oid::kConfigAlarm).number, 1);
-  Target wrong = ups0_;
-  wrong.community = "private";
-  EXPECT_FALSE(Get(wrong, {oid::kCommStatus}).answered);
+TEST_F(ProtocolTest, OnlyV1WithTheCardsOwnCommunityIsAnswered) {
+  EXPECT_TRUE(Get(ups1_, {oid::kCommStatus}).answered);
+  for (const Target &target :
+       {Target{ups0_.address, ups0_.port, "public", 1, kNoAnswerWait},  // v2c
+        Target{ups1_.address, ups1_.port, "public", 0, kNoAnswerWait},
+        Target{ups0_.address, ups0_.port, "private", 0, kNoAnswerWait}}) {
+    EXPECT_FALSE(Get(target, {oid::kCommStatus}).answered);
+    EXPECT_FALSE(Set(target, {{oid::kConfigAlarm, 'i', "3"}}).answered);
+  }
+  EXPECT_EQ(simulator_->Value("ups0", oid::kConfigAlarm), "1");
+  EXPECT_EQ(simulator_->Value("ups1", oid::kConfigAlarm), "1");
+  std::string alarm = std::string(oid::kConfigAlarm) + " i 3 badCommunity";
+  ExpectJournal(*simulator_, {"ups1 " + alarm, "ups0 " + alarm});  // not the v2c one
 }
 
 }  // namespace

@@ -1,14 +1,10 @@
 #include "snmp_client.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdlib>
-#include <mutex>
 #include <stdexcept>
 
 namespace upssim::testing {
@@ -39,10 +35,10 @@ Answer Exchange(const Target &target, netsnmp_pdu *request) {
   snmp_sess_init(&settings);
   std::string peer = target.address + ":" + std::to_string(target.port);
   settings.peername = peer.data();
-  settings.version = SNMP_VERSION_1;
+  settings.version = target.version;
   settings.community = reinterpret_cast<u_char *>(const_cast<char *>(target.community.data()));
   settings.community_len = target.community.size();
-  settings.timeout = 1000000;
+  settings.timeout = static_cast<long>(target.timeout.count()) * 1000;
   settings.retries = 0;
   void *session = snmp_sess_open(&settings);
   if (session == nullptr) {
@@ -114,16 +110,6 @@ Answer Set(const Target &target, const std::vector<Write> &writes) {
   netsnmp_pdu *pdu = snmp_pdu_create(SNMP_MSG_SET);
   for (const Write &write : writes) AddName(pdu, write.oid, write.type, write.value.c_str());
   return Exchange(target, pdu);
-}
-
-void SendDatagram(const Target &target, const std::string &bytes) {
-  int sock = socket(AF_INET, SOCK_DGRAM, 0);
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(target.port);
-  inet_pton(AF_INET, target.address.c_str(), &to.sin_addr);
-  sendto(sock, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to);
-  close(sock);
 }
 
 }  // namespace upssim::testing

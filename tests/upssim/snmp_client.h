@@ -1,6 +1,7 @@
 // A minimal SNMP v1 manager for the simulator's tests: one request, one answer, real UDP.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,6 +12,8 @@ struct Target {
   std::string address;
   uint16_t port;
   std::string community = "public";
+  int version = 0;  // on the wire: 0 SNMP v1, 1 v2c
+  std::chrono::milliseconds timeout{1000};
 };
 
 struct Variable {
@@ -38,7 +41,5 @@ struct Write {
 Answer Get(const Target &target, const std::vector<std::string> &oids);
 Answer GetNext(const Target &target, const std::string &oid);
 Answer Set(const Target &target, const std::vector<Write> &writes);
-// Sends raw bytes as one UDP datagram to the target (no answer awaited).
-void SendDatagram(const Target &target, const std::string &bytes);
 
 }  // namespace upssim::testing

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -38,6 +40,9 @@ inline constexpr char kScgMultiCastIp[] = ".1.3.6.1.4.1.318.1.1.1.10.1.5.0";
 inline constexpr char kOutputState[] = ".1.3.6.1.4.1.318.1.1.1.11.1.1.0";
 }  // namespace oid
 
+// How long to wait for an answer that must not come: far above a loopback round trip.
+inline constexpr std::chrono::milliseconds kNoAnswerWait{250};
+
 // A test with a running simulator, which must stop cleanly at the end: under the sanitizers a leak
 // or undefined behaviour in the simulator shows as its exit status.
 class SimulatorTest : public ::testing::Test {
@@ -52,10 +57,24 @@ class SimulatorTest : public ::testing::Test {
 };
 
 // Cards named ups0, ups1, ... with the default community.
-std::unique_ptr<Simulator> StartCards(int count);
-Target CardTarget(const Simulator &simulator, const std::string &card);
+inline std::unique_ptr<Simulator> StartCards(int count) {
+  std::vector<CardOptions> cards;
+  for (int i = 0; i < count; ++i) cards.push_back({.name = "ups" + std::to_string(i)});
+  return Simulator::Start(cards);
+}
+
+inline Target CardTarget(const Simulator &simulator, const std::string &card) {
+  return Target{simulator.Address(card), simulator.Port()};
+}
 
 // The value of a one-variable GET that must succeed.
-Variable Read(const Target &target, const std::string &oid);
+inline Variable Read(const Target &target, const std::string &oid) {
+  Answer answer = Get(target, {oid});
+  if (!answer.answered || answer.error_status != 0) {
+    throw std::runtime_error("GET " + oid + ": no answer or error " +
+                             std::to_string(answer.error_status));
+  }
+  return answer.Only();
+}
 
 }  // namespace upssim::testing
