@@ -19,6 +19,7 @@
 #include <pthread.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <time.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -229,6 +230,27 @@ extern char OIDdat[32][256];
 extern signed char OIDdatc;
 /* Writes of this object (upsBasicIdentName) are logged in debug mode only. */
 extern const char OID2upsBasicIdentName[];
+
+/* ---- Power control ----------------------------------------------------------------------- */
+
+/* Orders to the UPS whose card is at ip. Each returns 1 when the card accepted the order and 0
+ * otherwise (a NULL or unusable ip included). mode and val are PowerNet control codes, written
+ * unchanged. The repeated orders try up to OffRequestCount times, OffRequestInterval seconds
+ * apart, and block the calling thread throughout. */
+/* upsAdvControlUpsOff = mode, repeated until accepted. */
+BOOL SetUpsOffbySnmp(char *ip, int mode);
+/* upsAdvControlTurnOnUPS = mode, once. */
+BOOL SetUpsOnbySnmp(char *ip, int mode);
+/* upsAdvConfigShutoffDelay = delay seconds, once. */
+BOOL SetUpsShutdownDelaybySnmp(char *ip, DWORD delay);
+/* Sets the sleep time, then upsAdvControlUpsSleep, repeated until accepted. mode above 999:
+ * ontime is a duration in seconds and mode - 1000 the code; otherwise ontime is the calendar
+ * time to be back on. */
+BOOL SetUpsSleepOffbySnmp(char *ip, int mode, time_t ontime);
+/* Zero sleep time, then conserve battery; a card that refuses sleeps until the mains return. */
+BOOL SetUpsPowerFailOffbySnmp(char *ip);
+/* upsSCGActiveMembershipStatus = val, once. */
+BOOL SetUpsSyncActivebySnmp(char *ip, int val);
 
 /* ---- Process-wide state ------------------------------------------------------------------ */
 

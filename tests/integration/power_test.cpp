@@ -1,0 +1,216 @@
+#include <algorithm>
+#include <functional>
+#include <limits>
+#include <tuple>
+
+#include "card_test.h"
+#include "power/orders.h"
+#include "powernet.h"
+
+namespace snmplumi::testing {
+namespace {
+
+using upssim::Op;
+using Set = std::tuple<std::string, std::string, std::string>;       // object, value, answer
+constexpr char kPast[] = "  \xb2\xe1\xb5\xee\xa1\xa9";               // EUC-JP "過去？"
+constexpr char kTooFar[] = "  \xcc\xa4\xcd\xe8\xb2\xe1\xa4\xae...";  // EUC-JP "未来過ぎ..."
+
+class PowerTest : public CardTest {
+ protected:
+  void SetUp() override {
+    StartCards({"ups"});
+    OffRequestCount = 3;
+    OffRequestInterval = 4;
+    DilayTimeCut[0] = 'N';
+  }
+  char *ip() { return const_cast<char *>(Ip("ups")); }
+  std::vector<Set> SetsSince(std::size_t first) const {
+    std::vector<Set> sets;
+    auto journal = sim_->Journal();
+    for (std::size_t i = first; i < journal.size(); ++i) {
+      if (journal[i].answer == "dropped") continue;  // lost on the way: net-snmp sends it again
+      sets.emplace_back(journal[i].oid, journal[i].value, journal[i].answer);
+    }
+    return sets;
+  }
+  bool Logged(const std::string &start) const {  // a line of the library log begins so
+    auto messages = LogMessages(home_);
+    return std::any_of(messages.begin(), messages.end(),
+                       [&](const std::string &line) { return line.rfind(start, 0) == 0; });
+  }
+  FakeClock clock_{kSomeTime};
+};
+
+TEST_F(PowerTest, SleepOrderWritesTheComputedSleepTimeThenTheCode) {
+  struct Row {
+    int mode;
+    std::time_t ontime;
+    bool reads_fail;
+    const char *shutoff_delay;  // ticks on the card
+    char cut;
+    std::string sleep_time, code, hours;
+    const char *note;
+  };
+  const Row rows[] = {
+      // Both reads fail: 180 + 120 + 30 s of lead time.
+      {1002, 1000, true, "9000", 'N', "67000", "2", "670sec : 0.1h", nullptr},
+      {1002, 1000, true, "9000", 'Y', "36000", "2", "360sec : 0.1h", nullptr},
+      {1003, 100, false, "9000", 'N', "0", "3", "0sec : 0.0h", nullptr},  // 90 + 120 + 30 > 100
+      {1002, 40000000, false, "9000", 'N', "3153600000", "2", "31536000sec : 8760.0h", kTooFar},
+      {2, kSomeTime - 1, false, "9000", 'y', "60000", "2", "600sec : 0.1h", kPast},  // only Y cuts
+      {3, kSomeTime + 240 + 3650, false, "9000", 'Y', "360000", "3", "3600sec : 1.0h", nullptr},
+      // A shutdown delay of more than a year gives 600 s whatever the power-on time.
+      {2, kSomeTime + 50000000, false, "3200000000", 'N', "60000", "2", "600sec : 0.1h", kTooFar},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.ontime);
+    sim_->ClearErrors("ups");
+    sim_->Set("ups", mib::upsAdvConfigShutoffDelay, 't', row.shutoff_delay);
+    if (row.reads_fail) {
+      sim_->InjectError("ups", mib::upsAdvConfigShutoffDelay, Op::kGet, 2);
+      sim_->InjectError("ups", mib::upsAdvConfigLowBatteryRunTime, Op::kGet, 5);
+    }
+    DilayTimeCut[0] = row.cut;
+    std::size_t first = sim_->Journal().size();
+    EXPECT_EQ(SetUpsSleepOffbySnmp(ip(), row.mode, row.ontime), 1);
+    EXPECT_EQ(SetsSince(first),
+              (std::vector<Set>{{mib::upsAdvConfigUpsSleepTime, row.sleep_time, "noError"},
+                                {mib::upsAdvControlUpsSleep, row.code, "noError"}}));
+    for (const char *note : {kPast, kTooFar}) EXPECT_EQ(Logged(note), note == row.note);
+    EXPECT_TRUE(Logged(std::string(" [") + Ip("ups") + "]sleep time is " + row.hours));
+    if (row.mode < 1000) {
+      EXPECT_TRUE(Logged(std::string("  [") + Ip("ups") + "]set Ontime(" + std::ctime(&row.ontime) +
+                         ") " + std::to_string(row.ontime) + " - "));
+    }
+    ClearLog();
+  }
+}
+
+// The corners a 32-bit time_t or an unsigned sum would wrap at.
+TEST(SleepTimeTest, ArithmeticNeitherWrapsNorOverflows) {
+  constexpr std::time_t kMax32 = std::numeric_limits<std::int32_t>::max();
+  constexpr DWORD kMaxDword = std::numeric_limits<DWORD>::max();
+  struct Row {
+    int mode;
+    std::time_t ontime, now;
+    DWORD delay;
+    bool cut;
+    DWORD data_time;
+    SleepNote note;
+  };
+  const Row rows[] = {
+      {1002, kMax32, 0, 300, false, 3153600000u, SleepNote::kTooFar},
+      {1000, 31536330, 0, 300, false, 3153600000u, SleepNote::kNone},
+      {1000, 31536331, 0, 300, false, 3153600000u, SleepNote::kTooFar},
+      {1002, -5, 0, 300, false, 0, SleepNote::kNone},
+      {1002, kMax32, 0, kMaxDword, false, 0, SleepNote::kNone},
+      {2, kMax32, kMax32 - 10, 300, false, 60000, SleepNote::kPast},
+      {2, 100000000, 0, 0, false, 4294967200u, SleepNote::kNone},  // about 497 days at most
+      {2, 100000000, 0, 0, true, 4294944000u, SleepNote::kNone},
+  };
+  for (const Row &row : rows) {
+    SleepPlan plan = PlanSleep(row.mode, row.ontime, row.delay, row.now, row.cut);
+    EXPECT_EQ(plan.data_time, row.data_time) << row.ontime << " " << row.delay;
+    EXPECT_EQ(plan.note, row.note) << row.ontime << " " << row.delay;
+  }
+}
+
+// Each order: what reaches the card, the pauses between, the result and the closing lines; bad
+// addresses give 0 and no order.
+TEST_F(PowerTest, EachOrderSendsItsRequestsOnItsSchedule) {
+  const std::string off = mib::upsAdvControlUpsOff, sleep = mib::upsAdvControlUpsSleep,
+                    conserve = mib::upsBasicControlConserveBattery,
+                    time = mib::upsAdvConfigUpsSleepTime, delay = mib::upsAdvConfigShutoffDelay;
+  const DWORD kBadValue = UPS_E_INVALID_PARAM, kGenErr = UPS_E_CANT_ACCESS;
+  const std::string set_sync = " Set[0] names=[" + std::string(mib::upsSCGActiveMembershipStatus) +
+                               "] types=[i] val=[1]",
+                    set_sleep = " Set[0] names=[" + sleep + "] types=[i] val=[3]";
+  struct Row {
+    const char *what;
+    int count;
+    std::function<void()> prepare;
+    std::function<BOOL()> order;
+    BOOL result;
+    const char *status;  // upsBasicOutputStatus afterwards
+    std::size_t pauses;
+    std::vector<Set> sets;
+    std::vector<LogRecord> closing;  // the last lines, the address as %s
+  };
+  std::string long_ip(40, '7'), no_card = "127.0.0.2";
+  auto none = [] {};
+  auto refuse = [this](const std::string &object) {
+    return [this, object] { sim_->InjectError("ups", object, Op::kSet, 5); };
+  };
+  // clang-format off
+  const Row rows[] = {
+    {"off", 3, none, [&] { return SetUpsOffbySnmp(ip(), 2); }, 1, "7", 0, {{off, "2", "noError"}},
+     {{0, "SetUpsOffbySnmp[%s] success!"}, {0, "SetUpsOffbySnmp[%s] success!"}}},
+    {"off, unknown code", 3, none, [&] { return SetUpsOffbySnmp(ip(), 9); }, 0, "2", 2,
+     {{off, "9", "badValue"}, {off, "9", "badValue"}, {off, "9", "badValue"}},
+     {{kBadValue, "SetUpsOffbySnmp[%s] error!"}, {kBadValue, "SetUpsOffbySnmp[%s] error!"}}},
+    {"off, no attempt", 0, none, [&] { return SetUpsOffbySnmp(ip(), 2); }, 0, "2", 0, {},
+     {{0, "[%s]SetUpsOffbySnmp(2)"}, {0, "SetUpsOffbySnmp[%s] error!"}}},
+    {"sleep refused", 2, refuse(sleep), [&] { return SetUpsSleepOffbySnmp(ip(), 1002, 0); }, 0,
+     "2", 2, {{time, "0", "noError"}, {sleep, "2", "genErr"}, {sleep, "2", "genErr"}},
+     {{kGenErr, "SetUpsSleepOffbySnmp[%s] error2!"}, {kGenErr, "SetUpsSleepOffbySnmp[%s] error2!"}}},
+    {"power fail on battery", 3, [this] { sim_->PowerFailure("ups", true); },
+     [&] { return SetUpsPowerFailOffbySnmp(ip()); }, 1, "11", 1,
+     {{time, "0", "noError"}, {conserve, "2", "noError"}},
+     {{0, "SetUpsPowerFailOffbySnmp[%s] success!"}}},
+    // On line the card answers badValue; every attempt of the sleep order is sent (a sleep of
+    // 0 s ends at once).
+    {"power fail on line", 2, none, [&] { return SetUpsPowerFailOffbySnmp(ip()); }, 1, "2", 3,
+     {{time, "0", "noError"}, {conserve, "2", "badValue"}, {sleep, "3", "noError"},
+      {sleep, "3", "noError"}},
+     {{kBadValue, "SetUpsPowerFailOffbySnmp[%s] error(UPS_E_INVALID_PARAM)!"},
+      {0, "[%s] PowerOff:upsAdvControlUpsSleep(3)===="}, {0, set_sleep},
+      {0, "SetUpsSleepbySnmp[%s] success!"}, {0, set_sleep}, {0, "SetUpsSleepbySnmp[%s] success!"}}},
+    {"delay", 3, none, [&] { return SetUpsShutdownDelaybySnmp(ip(), 90); }, 1, "2", 0,
+     {{delay, "9000", "noError"}}, {{0, "SetUpsShutdownDelaybySnmp[%s] success!"}}},
+    // Past what TimeTicks carry: the longest whole-second value, never a wrapped short one.
+    {"longest delay", 3, none, [&] { return SetUpsShutdownDelaybySnmp(ip(), 50000000); }, 1, "2",
+     0, {{delay, "4294967200", "noError"}}, {{0, "SetUpsShutdownDelaybySnmp[%s] success!"}}},
+    {"sync", 3, none, [&] { return SetUpsSyncActivebySnmp(ip(), 1); }, 1, "2", 0,
+     {{mib::upsSCGActiveMembershipStatus, "1", "noError"}}, {{0, set_sync}}},
+    {"on", 3, [this] { sim_->Set("ups", mib::upsBasicOutputStatus, 'i', "7"); },
+     [&] { return SetUpsOnbySnmp(ip(), 2); }, 1, "2", 0,
+     {{mib::upsAdvControlTurnOnUPS, "2", "noError"}}, {{0, "SetUpsOnbySnmp[%s] success!"}}},
+    {"null address", 1, none, [&] { return SetUpsOnbySnmp(nullptr, 2); }, 0, "2", 0, {},
+     {{0, "[(null)]SetUpsOnbySnmp(2)"}, {UPS_E_NO_SERVER, "SetUpsOnbySnmp[(null)] error!"}}},
+    {"address too long", 1, none, [&] { return SetUpsPowerFailOffbySnmp(long_ip.data()); }, 0, "2",
+     2, {}, {{UPS_E_NO_SERVER, "SetUpsPowerFailOffbySnmp[" + long_ip + "] error!"},
+             {UPS_E_NO_SERVER, "SetUpsSleepOffbySnmp[" + long_ip + "] error!"}}},
+    // Nothing answers there: no sleep order follows.
+    {"no card", 0, none, [&] { return SetUpsPowerFailOffbySnmp(no_card.data()); }, 0, "2", 1, {},
+     {{UPS_E_NO_SERVER, " powerfail retrun sleep time set error (-2146435071)"},
+      {0, "[127.0.0.2] PowerOff:upsBasicControlConserveBattery(2)===="},
+      {UPS_E_NO_SERVER, "SetUpsSleepOffbySnmp[127.0.0.2] error!"}}},
+  };
+  // clang-format on
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.what);
+    sim_->PowerFailure("ups", false);
+    sim_->ClearErrors("ups");
+    sim_->Set("ups", mib::upsBasicOutputStatus, 'i', "2");
+    row.prepare();
+    OffRequestCount = row.count;
+    clock_.sleeps.clear();
+    std::size_t first = sim_->Journal().size();
+    EXPECT_EQ(row.order(), row.result);
+    EXPECT_EQ(sim_->Value("ups", mib::upsBasicOutputStatus), row.status);
+    EXPECT_EQ(clock_.sleeps, std::vector<unsigned long>(row.pauses, 4000000));
+    EXPECT_EQ(SetsSince(first), row.sets);
+    auto log = LibraryLog(home_);
+    ASSERT_GE(log.size(), row.closing.size());
+    log.erase(log.begin(), log.end() - row.closing.size());
+    for (LogRecord &record : log) {
+      std::size_t at = record.message.find(Ip("ups"));
+      if (at != std::string::npos) record.message.replace(at, std::strlen(Ip("ups")), "%s");
+    }
+    EXPECT_EQ(log, row.closing);
+    ClearLog();
+  }
+}
+
+}  // namespace
+}  // namespace snmplumi::testing
