@@ -43,7 +43,7 @@ TEST_F(FaultsTest, InjectedErrorsHitOnlyTheirObjectOperationAndCard) {
   for (const JournalEntry &entry : simulator_->Journal()) answers += entry.answer + " ";
   EXPECT_EQ(answers,
             "noSuchName noError badValue noError readOnly noError genErr noError noError ");
-  EXPECT_THROW(simulator_->InjectError("ups0", oid::kCommStatus, Op::kGet, 9), std::runtime_error);
+  EXPECT_THROW(simulator_->InjectError("ups0", oid::kCommStatus, Op::kGet, 19), std::runtime_error);
 }
 
 TEST_F(FaultsTest, SilentOrDroppingCardNeitherAnswersNorObeysButJournalsTheSet) {

@@ -240,6 +240,7 @@ void Agent::Answer(Card &card, snmp_session *session, snmp_pdu *request) {
   bool community_ok =
       request->community != nullptr && request->community_len == card.community().size() &&
       std::memcmp(request->community, card.community().data(), request->community_len) == 0;
+  if (community_ok) card.CountRequest();
   // Lost requests get no answer; the journal still shows that the order arrived. A wrong
   // community or a silent card loses it before the drop counters see it.
   const char *lost = !community_ok          ? "badCommunity"

@@ -27,7 +27,7 @@ enum ErrorStatus : int {
   kGenErr = 5,
 };
 std::string ErrorStatusName(int status);
-// "noSuchName", "badValue", "readOnly", "genErr", "tooBig" or their numbers 1 to 5.
+// "noSuchName", "badValue", "readOnly", "genErr", "tooBig", their numbers 1 to 5, or 6 to 18.
 std::optional<int> ParseErrorStatus(std::string_view text);
 
 enum class Operation { kGet, kSet };
@@ -57,6 +57,9 @@ class Card {
   const std::string &community() const { return community_; }
   Faults &faults() { return faults_; }
   const Faults &faults() const { return faults_; }
+  // Requests with the card's community that reached it, answered or not: what a client paid.
+  long requests() const { return requests_; }
+  void CountRequest() { ++requests_; }
 
   // The value a GET of `object` answers now.
   Value Read(std::size_t object, Clock::time_point now);
@@ -86,6 +89,7 @@ class Card {
   std::string address_;
   std::uint16_t port_;
   std::string community_;
+  long requests_ = 0;
   Faults faults_;
 
   std::vector<Value> values_;  // parallel to Objects()

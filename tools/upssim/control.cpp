@@ -176,7 +176,7 @@ Control::Reply Control::Execute(std::string_view line, Clock::time_point now) {
       if (!status) {
         throw CommandError("'" + std::string(status_text) +
                            "' is not an error status (noSuchName badValue readOnly genErr tooBig, "
-                           "or 1 to 5)");
+                           "or 1 to 18)");
       }
       for (Card *card : targets) card->faults().errors[{object, operation}] = *status;
       return {"ok"};

@@ -117,7 +117,7 @@ CONTROL COMMANDS (standard input; one reply line each: "ok ..." or "error ...")
   silent CARD on|off                answer no request (SETs are journaled)
   error CARD OBJECT get|set STATUS  answer that status for the object until
                                     cleared: noSuchName badValue readOnly genErr
-                                    tooBig (or 1-5); "none" removes one
+                                    tooBig (or 1-18); "none" removes one
   error CARD clear                  remove every injected error of the card
   delay CARD MS                     answer MS milliseconds late (0: at once)
   drop CARD N                       lose the next N requests the card receives
