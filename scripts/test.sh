@@ -26,7 +26,7 @@ cmake -S . -B build/ci-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
   -DSNMPLUMI_SANITIZE=ON
 cmake --build build/ci-asan -j "$jobs"
 (cd build/ci-asan &&
-  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:detect_stack_use_after_return=1 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest -j "$jobs" --output-on-failure --timeout 600)
 
 echo "== clang build with ThreadSanitizer, the concurrency tests"

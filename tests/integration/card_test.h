@@ -31,6 +31,14 @@ class CardTest : public ::testing::Test {
   void TearDown() override { SnmpEnd(); }
 
   const char *Ip(const std::string &card) const { return sim_->Address(card).c_str(); }
+  // The SETs the cards carried out: a lossy run also journals the ones the network lost.
+  std::vector<upssim::JournalEntry> Applied() const {
+    std::vector<upssim::JournalEntry> applied;
+    for (const upssim::JournalEntry &entry : sim_->Journal()) {
+      if (entry.answer != "dropped") applied.push_back(entry);
+    }
+    return applied;
+  }
   // Starts the library log afresh, between the rows of a table.
   void ClearLog() const { std::remove(home_.data("snmplumi.log").c_str()); }
 
