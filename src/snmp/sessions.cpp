@@ -62,8 +62,8 @@ void *OpenSession(const char *ip, const char *community, bool traditional) {
   std::string name(community);
   description.community = reinterpret_cast<u_char *>(name.data());
   description.community_len = name.size();
-  void *session = traditional ? static_cast<void *>(snmp_open(&description))
-                              : snmp_sess_open(&description);
+  void *session =
+      traditional ? static_cast<void *>(snmp_open(&description)) : snmp_sess_open(&description);
   if (session == nullptr) snmp_sess_perror("libsnmp", &description);
   return session;
 }
@@ -129,8 +129,8 @@ LPSNMP_MGR_SESSION AC_SnmpMgrOpen(const char *IP) {
   st_session_tbl &entry = g_session_tbl[index];
   // A free entry can match (an empty address against a stale community): its stored value.
   if (entry.IP[0] != '\0' && entry.session == nullptr) {
-    entry.session = static_cast<LPSNMP_MGR_SESSION>(
-        snmplumi::OpenSession(entry.IP, entry.UPSCommunity, true));
+    entry.session =
+        static_cast<LPSNMP_MGR_SESSION>(snmplumi::OpenSession(entry.IP, entry.UPSCommunity, true));
   }
   return entry.session;
 }
