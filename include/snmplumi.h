@@ -167,6 +167,64 @@ DWORD GetTempPath(DWORD nBufferLength, char *lpBuffer);
 /* strlen, 0 for NULL. */
 int kav_strlen(const char *str);
 
+/* ---- Host information ------------------------------------------------------------------- */
+
+/* Writes "3.009" into Version (at least 6 bytes) and logs the main UPS's synchronized control
+ * group state when it can be read. Always 1. */
+BOOL GetDromlumiDllVersion(char *Version);
+/* 9612. */
+int GetUpscApiSupportLevel(void);
+/* Copies the raw bytes of setting index (1..12) into data, which must hold the setting's whole
+ * size (up to 1024 bytes). Always 1; nothing is copied for another index. */
+BOOL KavAcGetInfo(char *data, int index);
+/* Accepted and logged or ignored; their fixed results are what the host expects. */
+BOOL UpsShutDownReserve(int WaitTime);
+BOOL SetOsShutdownReserveTime(DWORD ReserveTime);
+BOOL GetOsShutdownReserveTime(DWORD *ReserveTime); /* ReserveTime is not written */
+BOOL SetEventCommandReserveTime(int ReserveTime);
+BOOL GetEventCommandReserveTime(int ReserveTime);
+BOOL GetPowerFailLastTime(time_t LastTime);
+DWORD ACUpsOsShutdownMode(DWORD CmdLevel, DWORD *OffMode); /* 0; OffMode is not written */
+BOOL KavAcLifeReport(void);
+BOOL UpsDisableParameterSetting(int TimeOut);
+BOOL DisableDromUps(int TimeOut);
+BOOL UpsEnableParameterSetting(void);
+BOOL UpsSetUpsParameter(void);
+
+/* The host's call-backs: the host stores its functions here before it sends the commands that
+ * use them. All NULL at load. The library calls only the first three. */
+typedef DWORD (*GET_UPS_SIGNALS)(DWORD *, DWORD *, DWORD, DWORD);
+typedef DWORD (*ISSUE_UPS_COMMAND)(const char *, int, char *);
+typedef DWORD (*ISSUE_UPS_COMMANDAV)(const char *, int, char *);
+typedef DWORD (*KAVPC_SHUTDOWN_COMMAND)(int, DWORD);
+typedef DWORD (*DISABLE_PARAMETER_SETTING)(int);
+typedef DWORD (*ENABLE_PARAMETER_SETTING)(void);
+typedef DWORD (*SET_UPS_PARAMETER)(void);
+typedef DWORD (*SHUTDOWN_APPROVE)(void);
+typedef DWORD (*SHUTDOWN_RESERVE)(int);
+typedef DWORD (*KAVPC_GET_INIFILE)(DWORD, DWORD *);
+typedef DWORD (*KAVPC_SET_INIFILE)(DWORD, DWORD *);
+typedef DWORD (*KAVPC_SET_PARAMETER)(DWORD, DWORD *);
+typedef DWORD (*KAVPC_GET_PARAMETER)(DWORD, DWORD *);
+typedef DWORD (*KAVPC_SHUTDOWN_DELAY_TIME)(DWORD *);
+typedef DWORD (*KAVPC_COMP_SHUTDOWN)(void);
+
+extern GET_UPS_SIGNALS DromGetUpsSignals;
+extern ISSUE_UPS_COMMAND DromIssueUpsCommand;
+extern ISSUE_UPS_COMMANDAV DromIssueUpsCommandAV;
+extern KAVPC_SHUTDOWN_COMMAND DromShutDownCommand;
+extern DISABLE_PARAMETER_SETTING DromUpsDisableParameterSetting;
+extern ENABLE_PARAMETER_SETTING DromUpsEnableParameterSetting;
+extern SET_UPS_PARAMETER DromUpsSetUpsParameter;
+extern SHUTDOWN_APPROVE DromUpsShutdownApprove;
+extern SHUTDOWN_RESERVE DromUpsShutdownReserve;
+extern KAVPC_GET_INIFILE KavPcGetInifile;
+extern KAVPC_SET_INIFILE KavPcSetInifile;
+extern KAVPC_SET_PARAMETER KavPcSetParameter;
+extern KAVPC_GET_PARAMETER KavPcGetParameter;
+extern KAVPC_SHUTDOWN_DELAY_TIME KavPcShutdownDelayTime;
+extern KAVPC_COMP_SHUTDOWN KavPcCompShutDown;
+
 /* ---- Library start and end --------------------------------------------------------------- */
 
 /* Run by the shared library itself when it is loaded and unloaded; hosts never call them.
@@ -230,6 +288,38 @@ extern char OIDdat[32][256];
 extern signed char OIDdatc;
 /* Writes of this object (upsBasicIdentName) are logged in debug mode only. */
 extern const char OID2upsBasicIdentName[];
+
+/* ---- Reports ----------------------------------------------------------------------------- */
+
+/* One line of input, output and battery readings of the UPS that index names (9000..9004: UpsIp
+ * row index - 9000; 0..15: UpsIpServer; 100..115: UpsIpOther; 1000..8999: the "IP" of record
+ * index of "UPS/UPSinfo.ini"), dashes for what could not be read. msg: at least 160 bytes.
+ * Returns 1 with the line, or 0 with 52 dashes when index names no UPS. */
+DWORD SnmpGetReport(int index, char *msg);
+/* Eight labelled lines of the same readings into the trap log of index, read from the fixed test
+ * card (SNMPLUMI_TRAP_REPORT_IP at load replaces it). 1, or 0 when index names no UPS. */
+DWORD GetTrapReport(int index);
+
+/* ---- Monitoring -------------------------------------------------------------------------- */
+
+/* One pass of the power-state watch over every configured UPS: keeps the status-word bits, raises
+ * the trap-watch alarm, writes the scheduled status reports. Always 1. One pass at a time. */
+BOOL KavAcSnmpCheck(void);
+
+/* Status queries of the UPS at ip. 1 when every required value was read, else 0; outputs that
+ * could not be read hold 99999 where the call presets them. */
+BOOL GetUpsStatusFromSnmp(char *ip, int *sts);
+BOOL GetUpsInputStatusFromSnmp(char *ip, int *sts);
+BOOL GetUpsDetailStatusFromSnmp(char *ip, int *outsts, int *involt, int *charge, int *Battrun,
+                                int *BatteryCause);
+BOOL GetUpsDetailStatusFromSnmp2(char *ip, int *outsts, int *involt, int *charge, int *Battrun,
+                                 int *temp, int *BatteryNeeds, int *BatteryCause);
+/* SyncSts: at least 65 bytes. */
+BOOL GetUpsDetailStatusFromSnmp3(char *ip, int *MGN, int *SCGonoff, int *PSD, int *RBCO, int *SCGN,
+                                 char *SyncSts);
+/* Logs the status report of record index of "UPS/UPSinfo.ini"; with flag non-zero only checks
+ * that the record exists. */
+BOOL UPSCheckSnmpRequest2(int index, int flag);
 
 /* ---- Power control ----------------------------------------------------------------------- */
 

@@ -19,6 +19,7 @@ cmake --build build/ci-gcc -j "$jobs"
 echo "== benchmarks (ratios against a floor measured in the same run; informative)"
 build/ci-gcc/bench/snmplumi_bench_get --benchmark_min_time=0.2
 build/ci-gcc/bench/snmplumi_bench_upssim_start
+build/ci-gcc/bench/snmplumi_bench_watch --benchmark_min_time=0.5
 
 echo "== clang build with AddressSanitizer + UndefinedBehaviorSanitizer, all tests"
 cmake -S . -B build/ci-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \

@@ -5,7 +5,7 @@
 namespace {
 
 __attribute__((constructor)) void OnLoad() {
-  snmplumi::LoadInstallDir();
+  snmplumi::LoadEnvironment();
   lib_init();
 }
 

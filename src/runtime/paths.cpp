@@ -10,10 +10,18 @@ namespace {
 
 char g_install_dir[kMaxInstallDirLen + 1] = "/usr/local/TELMAR";
 char g_data_dir[kMaxInstallDirLen + sizeof("/data")] = "/usr/local/TELMAR/data";
+char g_trap_report_address[64] = "";
 
 }  // namespace
 
-void LoadInstallDir() {
+void LoadEnvironment() {
+  const char *address = std::getenv(kTrapReportAddressEnv);
+  if (address == nullptr || *address == '\0' ||
+      std::strlen(address) >= sizeof g_trap_report_address) {
+    address = kTrapReportTestAddress;
+  }
+  std::snprintf(g_trap_report_address, sizeof g_trap_report_address, "%s", address);
+
   const char *dir = std::getenv(kInstallDirEnv);
   if (dir == nullptr || *dir == '\0') {
     dir = kDefaultInstallDir;
@@ -32,6 +40,10 @@ void LoadInstallDir() {
 const char *InstallDir() { return g_install_dir; }
 
 const char *DataDir() { return g_data_dir; }
+
+const char *TrapReportAddress() {
+  return g_trap_report_address[0] != '\0' ? g_trap_report_address : kTrapReportTestAddress;
+}
 
 bool FormatPath(char *dest, std::size_t size, const char *format, ...) {
   va_list args;

@@ -20,6 +20,8 @@ int main(void) {
   failures += CHECK(sizeof(DWORD) == 4 && sizeof(BOOL) == sizeof(int));
   failures += CHECK(sizeof UpsIp == 130 * 64 && sizeof ups_X1 == 130 * 9 * sizeof(int));
   failures += CHECK(sizeof UpsIpServer == 16 * 64 && sizeof ups_Other_Falut == 64 * sizeof(int));
+  failures += CHECK(DromGetUpsSignals == NULL && DromIssueUpsCommand == NULL &&
+                    DromIssueUpsCommandAV == NULL && KavPcCompShutDown == NULL);
   failures += CHECK(kav_strlen("abc") == 3);
 
   printf("C API: %zu exports, %d failed checks\n", i, failures);

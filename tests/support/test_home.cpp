@@ -20,7 +20,10 @@ TempHome::TempHome() {
     std::filesystem::create_directory(root_ + "/" + dir);
   }
   setenv("SNMPLUMI_HOME", root_.c_str(), 1);
-  LoadInstallDir();
+  // Never the fixed private address: a loopback address where nothing answers, unless the test
+  // names a simulated card.
+  setenv("SNMPLUMI_TRAP_REPORT_IP", "127.0.0.9", 0);
+  LoadEnvironment();
 }
 
 TempHome::~TempHome() {

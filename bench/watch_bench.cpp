@@ -1,0 +1,105 @@
+// One power-state watch pass over 130 configured cards against its floor: the same 390 GETs
+// (output voltage, time on battery, fail cause of each card) issued with bare net-snmp calls in
+// the same run. Prints the ratio of their median times (target: at most 1.10).
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "powernet.h"
+#include "run_benchmarks.h"
+#include "snmp/netsnmp.h"
+#include "snmplumi.h"
+#include "test_home.h"
+#include "upssim_fixture.h"
+
+namespace {
+
+constexpr int kCards = 130;
+constexpr int kQuietPass = 4;  // a report schedule position that reports nothing here
+std::unique_ptr<upssim::Simulator> g_sim;
+
+void BM_BareNetSnmpGets(benchmark::State &state) {
+  std::vector<netsnmp_session *> sessions;
+  static char community[] = "public";
+  for (int i = 0; i < kCards; ++i) {
+    netsnmp_session description;
+    snmp_sess_init(&description);
+    description.version = SNMP_VERSION_1;
+    description.peername = UpsIp[i];
+    description.community = reinterpret_cast<u_char *>(community);
+    description.community_len = std::strlen(community);
+    sessions.push_back(snmp_open(&description));
+  }
+  std::vector<std::pair<std::vector<oid>, int>> objects;
+  for (const char *text :
+       {snmplumi::mib::upsAdvOutputVoltage, snmplumi::mib::upsBasicBatteryTimeOnBattery,
+        snmplumi::mib::upsAdvInputLineFailCause}) {
+    std::vector<oid> name(MAX_OID_LEN);
+    size_t length = MAX_OID_LEN;
+    snmp_parse_oid(text, name.data(), &length);
+    name.resize(length);
+    objects.emplace_back(name, 0);
+  }
+  for (auto _ : state) {
+    for (netsnmp_session *session : sessions) {
+      for (auto &[name, unused] : objects) {
+        netsnmp_pdu *pdu = snmp_pdu_create(SNMP_MSG_GET);
+        snmp_add_null_var(pdu, name.data(), name.size());
+        netsnmp_pdu *response = nullptr;
+        if (snmp_synch_response(session, pdu, &response) != STAT_SUCCESS) {
+          state.SkipWithError("no answer");
+          return;
+        }
+        benchmark::DoNotOptimize(response->variables->val.integer);
+        snmp_free_pdu(response);
+      }
+    }
+  }
+  for (netsnmp_session *session : sessions) snmp_close(session);
+}
+
+void BM_WatchPass(benchmark::State &state) {
+  for (auto _ : state) {
+    WatchingCounter = kQuietPass;
+    KavAcSnmpCheck();
+  }
+}
+
+BENCHMARK(BM_BareNetSnmpGets)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(5)
+    ->ReportAggregatesOnly(true);
+BENCHMARK(BM_WatchPass)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  snmplumi::testing::TempHome home;
+  std::vector<upssim::CardOptions> cards;
+  for (int i = 0; i < kCards; ++i) cards.push_back({.name = "ups" + std::to_string(i)});
+  g_sim = upssim::Simulator::Start(cards);
+  setenv("SNMPCONFPATH", g_sim->ClientConfigDir().c_str(), 1);
+  std::strcpy(UpsCommunity, "public");
+  for (int i = 0; i < kCards; ++i) std::strcpy(UpsIp[i], g_sim->Address(cards[i].name).c_str());
+  for (auto &row : UpsIpOther) row[0] = '\0';
+  KavAcSnmpCheck();  // opens the sessions and initialises net-snmp for both contenders
+  if (ups_X1[0][1] != 0) {
+    std::fprintf(stderr, "the simulated cards do not answer as expected\n");
+    return 1;
+  }
+
+  auto times = snmplumi::bench::RunBenchmarks(&argc, argv);
+  double floor = times["BM_BareNetSnmpGets/repeats:5_median"];
+  double ours = times["BM_WatchPass/repeats:5_median"];
+  if (floor > 0 && ours > 0) {
+    std::printf("\nwatch pass / bare net-snmp GETs (median): %.3f  (target <= 1.10)\n",
+                ours / floor);
+  }
+  SnmpEnd();
+  g_sim.reset();
+  return 0;
+}
