@@ -341,6 +341,13 @@ BOOL SetUpsSleepOffbySnmp(char *ip, int mode, time_t ontime);
 BOOL SetUpsPowerFailOffbySnmp(char *ip);
 /* upsSCGActiveMembershipStatus = val, once. */
 BOOL SetUpsSyncActivebySnmp(char *ip, int val);
+/* The handler of command "V00": orders every configured UPS down. Only Data[0] is read: '3'
+ * (sleep) and '4' (off) send their orders with a type the SNMP layer refuses, so no card receives
+ * them; anything else, a NULL Data included, switches each UPS in service off, to sleep or to
+ * conserve battery by UpsOffMode and its status words. Neither argument is written. Returns the
+ * last status of the last UPS served (1 if SetRetryMax allowed no attempt), 0 when none was;
+ * blocks for every retry and pause. */
+DWORD KavPcShutDown(char *Data, char *DataLen);
 
 /* ---- Process-wide state ------------------------------------------------------------------ */
 
