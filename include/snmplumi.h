@@ -167,6 +167,17 @@ DWORD GetTempPath(DWORD nBufferLength, char *lpBuffer);
 /* strlen, 0 for NULL. */
 int kav_strlen(const char *str);
 
+/* ---- Start-up and identification -------------------------------------------------------- */
+
+/* Clears the status words (unused slots get word 1 bit 0x80), checks which cards answer and, when
+ * one does, writes the UPS parameters of "snmp.apc" to every configured card. WaitTime is not
+ * used. 1 when a card answered, 0 when none did (nothing was written). */
+BOOL WaitDromStartUp(time_t WaitTime);
+/* Identifies the UPS of record index (1000..8999) of "UPS/UPSinfo.ini", records a new card or
+ * UPS there and configures a new UPS from its section of "ac_e_net.apc", then writes its status
+ * report to the report log. flag 1 writes only a line of placeholders. */
+void UPSCheckSnmpRequest(int index, int flag);
+
 /* ---- Host information ------------------------------------------------------------------- */
 
 /* Writes "3.009" into Version (at least 6 bytes) and logs the main UPS's synchronized control
