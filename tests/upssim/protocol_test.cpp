@@ -4,7 +4,9 @@
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 
+#include <algorithm>
 #include <map>
+#include <optional>
 #include <regex>
 
 #include "test_cards.h"
@@ -97,6 +99,40 @@ TEST_F(ProtocolTest, OnlyV1WithTheCardsOwnCommunityIsAnswered) {
   EXPECT_EQ(simulator_->Value("ups1", oid::kConfigAlarm), "1");
   std::string alarm = std::string(oid::kConfigAlarm) + " i 3 badCommunity";
   ExpectJournal(*simulator_, {"ups1 " + alarm, "ups0 " + alarm});  // not the v2c one
+}
+
+TEST_F(ProtocolTest, TrapGoesFromTheCardsAddressWithItsCommunityToLoopbackOnly) {
+  TrapListener listener;
+  simulator_->SendTrap("ups1", SNMP_TRAP_ENTERPRISESPECIFIC, 5, "127.0.0.1", listener.Port());
+  std::optional<Trap> trap = listener.Next(std::chrono::seconds(2));
+  ASSERT_TRUE(trap.has_value());
+  EXPECT_EQ(trap->from, ups1_.address);
+  EXPECT_EQ(trap->agent_address, ups1_.address);
+  EXPECT_EQ(trap->community, "private");
+  EXPECT_EQ(trap->enterprise, ".1.3.6.1.4.1.318");
+  EXPECT_EQ(trap->generic, SNMP_TRAP_ENTERPRISESPECIFIC);
+  EXPECT_EQ(trap->specific, 5);
+  // Every card, a generic type by its name.
+  const std::string to = "127.0.0.1:" + std::to_string(listener.Port());
+  simulator_->Command("trap * coldStart 0 " + to);
+  std::vector<std::string> senders;
+  for (int i = 0; i < 2; ++i) {
+    trap = listener.Next(std::chrono::seconds(2));
+    ASSERT_TRUE(trap.has_value());
+    EXPECT_EQ(trap->generic, SNMP_TRAP_COLDSTART);
+    senders.push_back(trap->agent_address);
+  }
+  std::sort(senders.begin(), senders.end());
+  std::vector<std::string> cards = {ups0_.address, ups1_.address};
+  std::sort(cards.begin(), cards.end());
+  EXPECT_EQ(senders, cards);
+  for (const std::string &line : std::vector<std::string>{
+           "trap ups0 6 1 10.0.0.1:162", "trap ups0 6 1 localhost:162", "trap ups0 7 0 " + to,
+           "trap ups0 6 -1 " + to, "trap ups0 6 1 127.0.0.1", "trap ups0 6 1 127.0.0.1:0",
+           "trap ups0 6 1 127.0.0.1:65536", "trap ups9 6 1 " + to, "trap ups0 6 1 " + to + " x"}) {
+    EXPECT_THROW(simulator_->Command(line), std::runtime_error) << line;
+  }
+  EXPECT_FALSE(listener.Next(kNoAnswerWait).has_value()) << "a refused trap was sent";
 }
 
 }  // namespace

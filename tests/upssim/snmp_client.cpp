@@ -1,10 +1,13 @@
 #include "snmp_client.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
+#include <poll.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 
 namespace upssim::testing {
@@ -92,6 +95,63 @@ void AddName(netsnmp_pdu *pdu, const std::string &text, char type, const char *v
 const Variable &Answer::Only() const {
   if (variables.size() != 1) throw std::runtime_error("answer does not hold one variable");
   return variables.front();
+}
+
+TrapListener::TrapListener() {
+  netsnmp_transport *transport = netsnmp_transport_open_server(kApplication, "udp:127.0.0.1:0");
+  if (transport == nullptr) throw std::runtime_error("cannot open a trap listener");
+  sockaddr_in local{};
+  socklen_t length = sizeof local;
+  getsockname(transport->sock, reinterpret_cast<sockaddr *>(&local), &length);
+  port_ = ntohs(local.sin_port);
+  socket_ = transport->sock;
+  netsnmp_session settings;
+  snmp_sess_init(&settings);
+  settings.callback = &TrapListener::Received;
+  settings.callback_magic = this;
+  session_ = snmp_sess_add(&settings, transport, nullptr, nullptr);
+  if (session_ == nullptr) throw std::runtime_error("cannot add the trap listener's session");
+}
+
+TrapListener::~TrapListener() { snmp_sess_close(session_); }
+
+int TrapListener::Received(int operation, netsnmp_session *, int, netsnmp_pdu *pdu, void *magic) {
+  if (operation != NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE || pdu->command != SNMP_MSG_TRAP) return 1;
+  Trap trap;
+  if (pdu->transport_data != nullptr) {
+    const auto *pair = static_cast<const netsnmp_indexed_addr_pair *>(pdu->transport_data);
+    trap.from = inet_ntoa(pair->remote_addr.sin.sin_addr);
+  }
+  trap.community.assign(reinterpret_cast<const char *>(pdu->community), pdu->community_len);
+  for (size_t i = 0; i < pdu->enterprise_length; ++i) {
+    trap.enterprise += "." + std::to_string(pdu->enterprise[i]);
+  }
+  in_addr agent{};
+  std::memcpy(&agent, pdu->agent_addr, sizeof agent);
+  trap.agent_address = inet_ntoa(agent);
+  trap.generic = pdu->trap_type;
+  trap.specific = pdu->specific_type;
+  trap.time = pdu->time;
+  static_cast<TrapListener *>(magic)->received_.push_back(trap);
+  return 1;
+}
+
+std::optional<Trap> TrapListener::Next(std::chrono::milliseconds timeout) {
+  auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (received_.empty()) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return std::nullopt;
+    pollfd readable{socket_, POLLIN, 0};
+    if (poll(&readable, 1, static_cast<int>(left.count())) <= 0) continue;
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(socket_, &set);
+    snmp_sess_read(session_, &set);
+  }
+  Trap trap = received_.front();
+  received_.erase(received_.begin());
+  return trap;
 }
 
 Answer Get(const Target &target, const std::vector<std::string> &oids) {

@@ -3,8 +3,12 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
+
+struct snmp_session;
+struct snmp_pdu;
 
 namespace upssim::testing {
 
@@ -36,6 +40,36 @@ struct Write {
   std::string oid;
   char type;  // net-snmp letter, as snmpset takes it
   std::string value;
+};
+
+// An SNMP v1 trap as a manager receives it.
+struct Trap {
+  std::string from;  // source address of the datagram
+  std::string community, enterprise, agent_address;
+  long generic = -1, specific = -1;
+  unsigned long time = 0;  // hundredths of a second
+};
+
+// A trap receiver on 127.0.0.1 and a port of its own.
+class TrapListener {
+ public:
+  TrapListener();
+  ~TrapListener();
+  TrapListener(const TrapListener &) = delete;
+  TrapListener &operator=(const TrapListener &) = delete;
+
+  uint16_t Port() const { return port_; }
+  // The next trap received within timeout, if any.
+  std::optional<Trap> Next(std::chrono::milliseconds timeout);
+
+ private:
+  static int Received(int operation, snmp_session *session, int request_id, snmp_pdu *pdu,
+                      void *magic);
+
+  void *session_ = nullptr;
+  int socket_ = -1;
+  uint16_t port_ = 0;
+  std::vector<Trap> received_;
 };
 
 Answer Get(const Target &target, const std::vector<std::string> &oids);

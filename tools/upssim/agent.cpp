@@ -11,12 +11,14 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 namespace upssim {
 
 struct Agent::Endpoint {
   Agent *agent;
   Card *card;
+  snmp_session *session = nullptr;  // the card's server session, which also sends its traps
 };
 
 struct Agent::Pending {
@@ -29,6 +31,8 @@ struct Agent::Pending {
 namespace {
 
 constexpr char kApplication[] = "snmplumi-upssim";
+// Enterprise of the traps a card sends: apc.
+constexpr oid kApcEnterprise[] = {1, 3, 6, 1, 4, 1, 318};
 
 u_char AsnType(Type type) {
   switch (type) {
@@ -217,7 +221,8 @@ bool Agent::Bind(std::string &error, bool &address_in_use) {
     session.callback = &Agent::Callback;
     session.callback_magic = endpoints_.back().get();
     session.isAuthoritative = SNMP_SESS_UNKNOWNAUTH;
-    if (snmp_add(&session, transport, nullptr, nullptr) == nullptr) {
+    endpoints_.back()->session = snmp_add(&session, transport, nullptr, nullptr);
+    if (endpoints_.back()->session == nullptr) {
       error = "cannot open an SNMP session for card " + card.name() + " on " + where;
       return false;
     }
@@ -346,6 +351,52 @@ void Agent::Send(snmp_session *session, snmp_pdu *response, snmp_pdu *request) {
     }
   }
   if (request != nullptr) snmp_free_pdu(request);
+}
+
+bool Agent::SendTrap(const Card &card, long generic, long specific, const std::string &address,
+                     std::uint16_t port, std::string &error) {
+  auto endpoint = std::find_if(endpoints_.begin(), endpoints_.end(),
+                               [&](const auto &candidate) { return candidate->card == &card; });
+  in_addr destination{};
+  in_addr agent_address{};
+  if (!IsLoopbackAddress(address) || inet_pton(AF_INET, address.c_str(), &destination) != 1) {
+    error = address + " is not a loopback address";
+    return false;
+  }
+  if (endpoint == endpoints_.end() ||
+      inet_pton(AF_INET, card.address().c_str(), &agent_address) != 1) {
+    error = "card " + card.name() + " has no session";
+    return false;
+  }
+  snmp_pdu *trap = snmp_pdu_create(SNMP_MSG_TRAP);
+  trap->enterprise = snmp_duplicate_objid(kApcEnterprise, std::size(kApcEnterprise));
+  trap->enterprise_length = std::size(kApcEnterprise);
+  trap->trap_type = generic;
+  trap->specific_type = specific;
+  trap->time = static_cast<u_long>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started_).count() / 10);
+  std::memcpy(trap->agent_addr, &agent_address, sizeof trap->agent_addr);
+  trap->community = static_cast<u_char *>(std::malloc(card.community().size() + 1));
+  std::memcpy(trap->community, card.community().c_str(), card.community().size() + 1);
+  trap->community_len = card.community().size();
+  // Where to: net-snmp's UDP transport sends a PDU to its address pair, as it sends an answer.
+  auto *to =
+      static_cast<netsnmp_indexed_addr_pair *>(std::calloc(1, sizeof(netsnmp_indexed_addr_pair)));
+  to->remote_addr.sin.sin_family = AF_INET;
+  to->remote_addr.sin.sin_port = htons(port);
+  to->remote_addr.sin.sin_addr = destination;
+  trap->transport_data = to;
+  trap->transport_data_length = sizeof(netsnmp_indexed_addr_pair);
+  if (snmp_send((*endpoint)->session, trap) == 0) {
+    int library_error = 0, system_error = 0;
+    char *text = nullptr;
+    snmp_error((*endpoint)->session, &library_error, &system_error, &text);
+    error = std::string("cannot send the trap: ") + (text != nullptr ? text : "net-snmp failed");
+    std::free(text);
+    snmp_free_pdu(trap);
+    return false;
+  }
+  return true;
 }
 
 std::optional<Clock::duration> Agent::SendDue(Clock::time_point now) {

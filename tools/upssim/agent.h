@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -39,6 +40,12 @@ class Agent {
   // Sends the delayed answers that are due; returns how long until the next one (or nullopt).
   std::optional<Clock::duration> SendDue(Clock::time_point now);
 
+  // Sends an SNMP v1 trap from the card's own socket to address:port (a loopback address):
+  // enterprise apc (.1.3.6.1.4.1.318), agent address the card's, the card's community, time stamp
+  // the time since the simulator started, no variables. False with a reason in `error`.
+  bool SendTrap(const Card &card, long generic, long specific, const std::string &address,
+                std::uint16_t port, std::string &error);
+
  private:
   struct Endpoint;
   struct Pending;
@@ -55,6 +62,7 @@ class Agent {
   Journal &journal_;
   std::vector<std::unique_ptr<Endpoint>> endpoints_;
   std::vector<Pending> pending_;
+  Clock::time_point started_ = Clock::now();
 };
 
 }  // namespace upssim

@@ -2,7 +2,11 @@
 
 #include <charconv>
 #include <functional>
+#include <iterator>
 #include <stdexcept>
+#include <utility>
+
+#include "agent.h"
 
 namespace upssim {
 namespace {
@@ -11,6 +15,14 @@ constexpr std::chrono::milliseconds kDefaultSelfTest{10000};
 constexpr long kMaxDelayMs = 600000;
 constexpr std::size_t kMaxOversize = 65535;
 constexpr long kMaxDrops = 1000000;
+constexpr long kMaxSpecificTrap = 2147483647;
+constexpr long kMaxPort = 65535;
+
+// SNMPv1 generic trap types, by their RFC 1157 names (their numbers 0 to 6 work too).
+constexpr const char *kGenericTraps[] = {
+    "coldStart",       "warmStart",          "linkDown", "linkUp", "authenticationFailure",
+    "egpNeighborLoss", "enterpriseSpecific",
+};
 
 // Thrown by a command handler; becomes the "error ..." reply.
 class CommandError : public std::runtime_error {
@@ -58,11 +70,13 @@ constexpr char kHelp[] =
     "power CARD restore | selftest CARD [SECONDS] | silent CARD on|off | "
     "error CARD OBJECT get|set STATUS|none | error CARD clear | delay CARD MS | "
     "oversize CARD OBJECT LENGTH | drop CARD N | drop CARD every K | drop CARD off | "
-    "show CARD | cards | quit  (CARD may be * for every card except in get and show; see --help)";
+    "trap CARD GENERIC SPECIFIC ADDRESS:PORT | show CARD | cards | quit  (CARD may be * for every "
+    "card except in get and show; see --help)";
 
 }  // namespace
 
-Control::Control(std::vector<Card> &cards) : cards_(cards) {
+Control::Control(std::vector<Card> &cards, TrapSender send_trap)
+    : cards_(cards), send_trap_(std::move(send_trap)) {
   for (Card &card : cards_) by_name_.emplace(card.name(), &card);
 }
 
@@ -227,6 +241,35 @@ Control::Reply Control::Execute(std::string_view line, Clock::time_point now) {
         } else {
           card->faults().oversize[object] = length;
         }
+      }
+      return {"ok"};
+    }
+    if (command == "trap") {
+      constexpr char kUsage[] = "trap CARD GENERIC SPECIFIC ADDRESS:PORT";
+      auto targets = Targets(words.Need(kUsage));
+      std::string_view generic_text = words.Need(kUsage);
+      long generic = -1;
+      for (std::size_t i = 0; i < std::size(kGenericTraps); ++i) {
+        if (generic_text == kGenericTraps[i]) generic = static_cast<long>(i);
+      }
+      if (generic < 0) generic = ParseCount(generic_text, 6, "a generic trap type");
+      long specific = ParseCount(words.Need(kUsage), kMaxSpecificTrap, "a specific trap type");
+      std::string_view destination = words.Need(kUsage);
+      words.End(kUsage);
+      std::size_t colon = destination.rfind(':');
+      if (colon == std::string_view::npos) throw CommandError(std::string("usage: ") + kUsage);
+      std::string address(destination.substr(0, colon));
+      long port = ParseCount(destination.substr(colon + 1), kMaxPort, "a UDP port");
+      if (port == 0) throw CommandError("'0' is not a UDP port (1 to 65535)");
+      if (!IsLoopbackAddress(address)) {
+        throw CommandError("'" + address +
+                           "' is not a loopback address: traps go to 127.0.0.0/8 only");
+      }
+      if (!send_trap_) throw CommandError("this simulator cannot send traps");
+      for (Card *card : targets) {
+        std::string failure =
+            send_trap_(*card, generic, specific, address, static_cast<std::uint16_t>(port));
+        if (!failure.empty()) throw CommandError(failure);
       }
       return {"ok"};
     }

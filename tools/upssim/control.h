@@ -3,6 +3,8 @@
 // --help lists them.
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -14,7 +16,11 @@ namespace upssim {
 
 class Control {
  public:
-  explicit Control(std::vector<Card> &cards);
+  // Sends a v1 trap of the card to a loopback address:port; "" when sent, else the reason.
+  using TrapSender = std::function<std::string(const Card &card, long generic, long specific,
+                                               const std::string &address, std::uint16_t port)>;
+
+  explicit Control(std::vector<Card> &cards, TrapSender send_trap = nullptr);
 
   struct Reply {
     std::string text;  // empty for a blank or comment line: nothing to answer
@@ -26,6 +32,7 @@ class Control {
   std::vector<Card *> Targets(std::string_view name);  // a card name, or * for all
 
   std::vector<Card> &cards_;
+  TrapSender send_trap_;
   std::map<std::string, Card *, std::less<>> by_name_;
 };
 

@@ -131,6 +131,16 @@ CONTROL COMMANDS (standard input; one reply line each: "ok ..." or "error ...")
   oversize CARD OBJECT LENGTH       answer a string object LENGTH bytes long: its
                                     value padded with X (0: off); an answer too
                                     large for a datagram becomes tooBig
+  trap CARD GENERIC SPECIFIC ADDRESS:PORT
+                                    send an SNMP v1 trap from the card to
+                                    ADDRESS:PORT (127.0.0.0/8 only; port 162 is
+                                    the trap port): GENERIC 0-6 or coldStart
+                                    warmStart linkDown linkUp
+                                    authenticationFailure egpNeighborLoss
+                                    enterpriseSpecific; SPECIFIC a number (APC
+                                    cards: 5 on battery, 9 power restored); agent
+                                    address the card's, enterprise apc
+                                    (.1.3.6.1.4.1.318), the card's community
   show CARD                         one-line state of the card
   cards                             every card with its address and port
   help                              the command list
@@ -145,6 +155,7 @@ CONTROL COMMANDS (standard input; one reply line each: "ok ..." or "error ...")
     oversize ups2 upsAdvIdentSerialNumber 300
     delay ups3 1500
     drop * every 3
+    trap ups0 enterpriseSpecific 5 127.0.0.1:162
 
 EXAMPLE
   printf 'card ups0 127.16.0.1:16161\n' > one.scenario
@@ -342,7 +353,12 @@ int main(int argc, char **argv) {
       std::fprintf(stderr, "%s: %s\n", kProgram, error.c_str());
       status = address_in_use ? kExitAddressInUse : kExitUsage;
     } else {
-      Control control(cards);
+      Control control(cards, [&agent](const Card &card, long generic, long specific,
+                                      const std::string &address, std::uint16_t port) {
+        std::string error;
+        agent.SendTrap(card, generic, specific, address, port, error);
+        return error;
+      });
       Reply("ready " + std::to_string(cards.size()) + " cards");
       Serve(agent, control_channel ? &control : nullptr);
     }
