@@ -32,6 +32,10 @@ typedef int HANDLE;
 
 #define INVALID_HANDLE_VALUE ((HANDLE)-1)
 
+/* net-snmp's own types, for the calls and variables that hand them over. */
+struct snmp_session;
+struct snmp_pdu;
+
 /* ---- Host status codes ------------------------------------------------------------------- */
 
 #define UPS_ERROR ((DWORD)0x80000000u)
@@ -236,6 +240,74 @@ extern KAVPC_GET_PARAMETER KavPcGetParameter;
 extern KAVPC_SHUTDOWN_DELAY_TIME KavPcShutdownDelayTime;
 extern KAVPC_COMP_SHUTDOWN KavPcCompShutDown;
 
+/* ---- Event wait ---------------------------------------------------------------------------- */
+
+/* Blocks until the unit has something to report or the wait is stopped, then fills
+ * sLumiReceiveData (at least 49 bytes) with the 48-character unit status string. The first two
+ * arguments are ignored. 0: an event ("801..." written), or TrapRetStatus was set (nothing
+ * written); 1: stopped by TovLumiStop (47 zeros and "8" written); -1: the trap port could not be
+ * opened and no UPS is to be reported yet (call again; the call paused one second). While it
+ * waits it listens for SNMP traps on UDP port 162 (unless NO_TRAP_SERVICE) and hands each to
+ * snmp_input. One wait at a time. */
+int TovLumiGet(int dummyLumiComPort, unsigned short *dummyLumiUa, char *sLumiReceiveData);
+/* Asks the running (or the next) wait to end; does not wait for it. Always 0. */
+int TovLumiStop(void);
+/* Logs and sends nothing. Always 0. */
+int TovLumiSendOnly(int dummy1, unsigned char dummy2, char *dummy3);
+/* The trap listener's call-back: in debug mode logs " [snmp_input] end" with running as the code.
+ * Always 0; the trap itself is not looked at. */
+int snmp_input(int op, struct snmp_session *session, int reqid, struct snmp_pdu *pdu, void *magic);
+/* The name of an SNMPv1 generic trap number ("Cold Start" ... "Enterprise Specific"), or
+ * "Unknown Type". A static text. */
+const char *trap_description(int trap);
+/* Does nothing. */
+void update_config(void);
+
+/* The trap listener: its description, a pointer to it, and the open session (NULL when none). */
+extern struct snmp_session Trap_sess;
+extern struct snmp_session *Trap_session;
+extern struct snmp_session *Trap_ss;
+/* The result buffer of the latest TovLumiGet. */
+extern char *forTrapLumiReceiveData;
+/* Kept for hosts; the library neither reads nor writes them. */
+extern int Print;
+extern int Syslog;
+extern int Event;
+extern int dropauth;
+extern int reconfig;
+extern HANDLE hNewTraps;
+
+/* ---- Host command channel and network settings -------------------------------------------- */
+
+/* One exchange with the host's own unit through DromIssueUpsCommand (SendDromCommandAV: through
+ * DromIssueUpsCommandAV): Cmd and the expected response length go to the call-back, whose answer
+ * (up to 255 characters) is copied into Response, which must hold 256 bytes. UPS_E_NO_SERVER is
+ * tried again a second later, UPS_E_BAD_PROTCOL (SendDromCommand only) at once; at most three
+ * calls. The call-back's last result is returned; UPS_E_NO_SERVER when the host set none. */
+DWORD SendDromCommand(const char *Cmd, int ResponseLen, char *Response);
+DWORD SendDromCommandAV(const char *Cmd, int ResponseLen, char *Response);
+/* Passes its arguments to DromGetUpsSignals, up to five times while it answers UPS_E_NO_SERVER
+ * (one second apart); its last result, or UPS_E_NO_SERVER when the host set none. */
+DWORD GetDromInterrupt(DWORD *Signal1, DWORD *Signal2, DWORD Interval, DWORD Mode);
+
+/* Network-setting handlers of the unit protocol, passed to the host's unit through
+ * SendDromCommand. Data and DataLen are a command's data and its three-hex-digit length, each
+ * in a writable buffer of 256 bytes; a handler that answers rewrites them. The channel's
+ * result is returned. */
+DWORD WriteLanMan(char *Data, char *DataLen);
+DWORD ReadLanMan(char *Data, char *DataLen);
+DWORD SetNetConf(char *Data, char *DataLen);
+DWORD WriteTcpPortNo(char *Data, char *DataLen);
+DWORD ReadTcpPortNo(char *Data, char *DataLen);
+DWORD WriteMacAddress(char *Data, char *DataLen);
+DWORD ReadMacAddress(char *Data, char *DataLen);
+DWORD WriteIpAddress(char *Data, char *DataLen);
+DWORD ReadIpAddress(char *Data, char *DataLen);
+DWORD WriteSubNetAddress(char *Data, char *DataLen);
+DWORD ReadSubNetAddress(char *Data, char *DataLen);
+DWORD WriteGWAddress(char *Data, char *DataLen);
+DWORD ReadGWAddress(char *Data, char *DataLen);
+
 /* ---- Library start and end --------------------------------------------------------------- */
 
 /* Run by the shared library itself when it is loaded and unloaded; hosts never call them.
@@ -263,7 +335,6 @@ void DebugModeCheck(void);
  * Requests from several threads may run at once; a card that does not answer delays only the
  * requests made to that card. */
 
-struct snmp_session; /* net-snmp's session */
 typedef struct snmp_session *LPSNMP_MGR_SESSION;
 
 typedef struct st_session_tbl {
@@ -418,6 +489,7 @@ extern int g_iMutexMode; /* 0 blocking locks, 1 bounded trylock */
 extern int TovLumiStopFlag;
 extern BOOL TovLumiGet_RunFlag;
 extern int running;
+/* Set it non-zero, under g_hMutexTovLumiStopControl, to make the running wait return 0. */
 extern int TrapRetStatus;
 extern int WatchingCounter;
 extern int OID2upsSCGMembershipGroupNumberErrorCount;

@@ -9,15 +9,10 @@
 #include "powernet.h"
 #include "runtime/log_line.h"
 #include "snmp/requests.h"
-#include "snmp/sessions.h"
 #include "snmplumi.h"
-#include "unit/trap_session.h"
+#include "unit/event_wait.h"
 
 namespace snmplumi {
-
-// The event wait's trap session does not exist yet; once it does, this clears its handle
-// without closing it, so that the next wait opens a new one.
-void ForgetTrapSession() {}
 
 namespace {
 
@@ -49,15 +44,15 @@ constexpr Push kPushes[] = {
 
 bool IsUnused(int slot) { return std::strcmp(UpsIp[slot], kUnusedSlot) == 0; }
 
-// A time-out is retried like any other failure; only a card the library cannot open a session
-// to at all (an address that does not resolve, say) is given up at once.
+// A card that cannot be reached (no session, or no answer through all of net-snmp's own
+// retransmissions) is given up at once; one that answers badly is asked again a second later.
 bool Answers(int slot) {
   const char *ip = UpsIp[slot];
   for (unsigned int attempt = 0; attempt < GetRetryMax; ++attempt) {
     int32_t status = 0;
     DWORD result = GetValue(ip, mib::upsCommStatus, 'i', &status, sizeof status, 0);
     if (result == 0 && status == kCommunicationOk) return true;
-    if (result == UPS_E_NO_SERVER && SessionFor(ip) == nullptr) return false;
+    if (result == UPS_E_NO_SERVER) return false;
     Sleep(kRetryPause);
   }
   return false;

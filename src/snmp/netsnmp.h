@@ -10,7 +10,8 @@
 
 namespace snmplumi {
 
-// Held for every net-snmp call. Never held while waiting on the network or writing a log.
+// Held for every net-snmp call. Never held while waiting on the network or writing a log, except
+// for the trap listener's call-back (snmp_input), whose debug line net-snmp's read runs.
 std::mutex &NetSnmpMutex();
 
 // Initialises net-snmp on first use (caller holds NetSnmpMutex): numeric OIDs only, no MIB

@@ -85,9 +85,11 @@ TEST_F(IdentifyTest, StartUpWaitWritesToEveryConfiguredCardOnceOneAnswers) {
     clock_.sleeps.clear();
     rows[row]();
     EXPECT_EQ(WaitDromStartUp(0), 0);
-    long tries = row == 0 ? 0 : 5;
+    // A silent card is given up after its first time-out; a card that answers the wrong
+    // status is tried GetRetryMax times.
+    long tries = row == 0 ? 0 : row == 1 ? 1 : 5;
     EXPECT_EQ(sim_->Requests("a") - before, tries * (sim_->ClientRetries() + 1)) << row;
-    EXPECT_EQ(clock_.sleeps, std::vector<unsigned long>(tries, 1000000)) << row;
+    EXPECT_EQ(clock_.sleeps, std::vector<unsigned long>(row == 2 ? 5 : 0, 1000000)) << row;
     for (int slot = 0; slot < SNMPLUMI_UPS_SLOTS; ++slot)
       EXPECT_EQ(ups_X1[slot][0] | ups_X1[slot][1], slot == 3 && row > 0 ? 0 : 0x80) << slot;
   }
