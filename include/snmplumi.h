@@ -308,6 +308,53 @@ DWORD ReadSubNetAddress(char *Data, char *DataLen);
 DWORD WriteGWAddress(char *Data, char *DataLen);
 DWORD ReadGWAddress(char *Data, char *DataLen);
 
+/* ---- Unit commands ------------------------------------------------------------------------ */
+
+/* The unit's command channel. sInData is the host's 48-character frame: code (0-2), length in
+ * three hex digits (4-6), data (7-46); it is rewritten in place as the answer, position 47
+ * holding the status character. Nothing past position 47 is read or written; a length past the
+ * data is cut. The other arguments are ignored. 0 when the status is "0", else -1. */
+int TovLumiSend(int iDummyLumiComPort, unsigned char cDummyLumiUa, char *sInData,
+                int iDummyDataLen);
+
+/* The handlers TovLumiSend selects by code, callable directly: Data and DataLen (writable,
+ * 256 bytes each) hold the request's data and three-hex-digit length and receive the answer; a
+ * handler that writes neither leaves the request to be echoed. 0, or the error of the exchange
+ * that failed. Fixed answers of a healthy, idle unit: */
+DWORD ReadPKG(char *Data, char *DataLen);           /* "002" */
+DWORD ReadStatus(char *Data, char *DataLen);        /* "012" */
+DWORD WriteP0x(char *Data, char *DataLen);          /* "021" */
+DWORD ReadP0x(char *Data, char *DataLen);           /* "022" */
+DWORD WriteP1x(char *Data, char *DataLen);          /* "031" */
+DWORD ReadP1x(char *Data, char *DataLen);           /* "032" */
+DWORD WriteRS232CTime(char *Data, char *DataLen);   /* "041" */
+DWORD ReadRS232CTime(char *Data, char *DataLen);    /* "042" */
+DWORD StopPTL(char *Data, char *DataLen);           /* "071" */
+DWORD RestartPTL(char *Data, char *DataLen);        /* "081" */
+DWORD ClearLumi(char *Data, char *DataLen);         /* "091" */
+DWORD ReadX0x(char *Data, char *DataLen);           /* "0D2" */
+DWORD WriteBootCheck(char *Data, char *DataLen);    /* "BT0" */
+DWORD ReadBootCheck(char *Data, char *DataLen);     /* "BT1" */
+DWORD WriteRetryOn(char *Data, char *DataLen);      /* "BT2" */
+DWORD ReadRetryOn(char *Data, char *DataLen);       /* "BT3" */
+DWORD WritePowerOffMode(char *Data, char *DataLen); /* "PCM" */
+/* The first configured UPS's firmware revision and serial number. */
+DWORD ReadRomRev(char *Data, char *DataLen);       /* "0F2" */
+DWORD ReadSerialNumber(char *Data, char *DataLen); /* "H01" */
+/* The host unit's alarm flags as nine status bytes (no code selects it). */
+DWORD ReadX1x(char *Data, char *DataLen);
+/* Delays in minutes (hex) on every configured UPS, and the scheduled power-on time. */
+DWORD WriteDPTime(char *Data, char *DataLen); /* "151" */
+DWORD ReadDPTime(char *Data, char *DataLen);  /* "152" */
+DWORD WriteOffWT(char *Data, char *DataLen);  /* "1B1" */
+DWORD ReadOffWT(char *Data, char *DataLen);   /* "1B2" */
+DWORD WriteOnTime(char *Data, char *DataLen); /* "181" */
+DWORD ReadOnTime(char *Data, char *DataLen);  /* "182" */
+/* The host unit's clock, reap counter and event log, through SendDromCommand. */
+DWORD ReadClock(char *Data, char *DataLen); /* "132" */
+DWORD ReadReap(char *Data, char *DataLen);  /* "142" */
+DWORD ReadLog(char *Data, char *DataLen);   /* "S30" */
+
 /* ---- Library start and end --------------------------------------------------------------- */
 
 /* Run by the shared library itself when it is loaded and unloaded; hosts never call them.

@@ -20,15 +20,32 @@ echo "== benchmarks (ratios against a floor measured in the same run; informativ
 build/ci-gcc/bench/snmplumi_bench_get --benchmark_min_time=0.2
 build/ci-gcc/bench/snmplumi_bench_upssim_start
 build/ci-gcc/bench/snmplumi_bench_watch --benchmark_min_time=0.5
+build/ci-gcc/bench/snmplumi_bench_frame --benchmark_min_time=0.2
 
 echo "== clang build with AddressSanitizer + UndefinedBehaviorSanitizer, all tests"
 cmake -S . -B build/ci-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
   -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DSNMPLUMI_WERROR=ON \
-  -DSNMPLUMI_SANITIZE=ON
+  -DSNMPLUMI_SANITIZE=ON -DSNMPLUMI_FUZZ=ON
 cmake --build build/ci-asan -j "$jobs"
 (cd build/ci-asan &&
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:detect_stack_use_after_return=1 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest -j "$jobs" --output-on-failure --timeout 600)
+
+echo "== fuzzers (AddressSanitizer + UndefinedBehaviorSanitizer), from the seed corpora"
+for fuzzer in build/ci-asan/tests/fuzz/snmplumi_fuzz_*; do
+  name=${fuzzer##*/snmplumi_fuzz_}
+  corpus=$(mktemp -d)
+  cp tests/fuzz/corpus/"$name"/* "$corpus"/
+  if ! ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    "$fuzzer" -runs=1000000 "$corpus" >"$corpus.log" 2>&1; then
+    tail -n 60 "$corpus.log"
+    echo "fuzzer $name found a fault" >&2
+    exit 1
+  fi
+  echo "$name: $(grep -E '^Done' "$corpus.log")"
+  rm -rf "$corpus" "$corpus.log"
+done
 
 echo "== clang build with ThreadSanitizer, the concurrency tests"
 cmake -S . -B build/ci-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \

@@ -26,11 +26,6 @@ constexpr double kFallbackSleep = 600;
 constexpr DWORD kTenthOfAnHour = 36000;  // hundredths
 constexpr DWORD kMaxWholeSeconds = std::numeric_limits<DWORD>::max() / 100;
 
-// EUC-JP "  未来過ぎ..." (too far in the future).
-constexpr char kTooFarLine[] = "  \xcc\xa4\xcd\xe8\xb2\xe1\xa4\xae...";
-// EUC-JP "  過去？" (in the past?).
-constexpr char kPastLine[] = "  \xb2\xe1\xb5\xee\xa1\xa9";
-
 // Orders whose value the library chooses.
 struct Order {
   const char *object;

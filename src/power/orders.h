@@ -11,6 +11,12 @@ namespace snmplumi {
 
 enum class SleepNote { kNone, kPast, kTooFar };
 
+// The notes' log lines, in EUC-JP as the log readers expect them.
+// "  未来過ぎ..." (too far in the future).
+inline constexpr char kTooFarLine[] = "  \xcc\xa4\xcd\xe8\xb2\xe1\xa4\xae...";
+// "  過去？" (in the past?).
+inline constexpr char kPastLine[] = "  \xb2\xe1\xb5\xee\xa1\xa9";
+
 struct SleepPlan {
   int code = 0;               // written to upsAdvControlUpsSleep
   std::int64_t earliest = 0;  // calendar time the UPS can be asleep by (calendar mode only)

@@ -1,0 +1,180 @@
+// The unit's command frames: parsed and rebuilt in place, byte for byte, and the handlers that
+// reach the cards or the host's own unit.
+#include <cstdio>
+#include <string>
+
+#include "card_test.h"
+#include "powernet.h"
+
+namespace snmplumi::testing {
+namespace {
+
+// A 48-character request: code, a position 3 nobody reads, length, data; the rest '.'.
+std::string Frame(const std::string &code, const std::string &length, const std::string &data) {
+  std::string frame = code + "?" + length + data;
+  frame.resize(48, '.');
+  return frame;
+}
+
+struct Sent {
+  std::string frame;
+  int result;
+};
+
+Sent Send(std::string frame) {
+  frame.resize(48);
+  // Exactly 48 bytes on the heap: a read or write past them is AddressSanitizer's to see.
+  auto buffer = std::make_unique<char[]>(48);
+  std::memcpy(buffer.get(), frame.data(), 48);
+  int result = TovLumiSend(0, 0, buffer.get(), 48);
+  return {std::string(buffer.get(), 48), result};
+}
+
+class FramesTest : public CardTest {
+ protected:
+  void SetUp() override {
+    for (char *slot : UpsIp) std::strcpy(slot, "127.0.0.1");
+    GetRetryMax = SetRetryMax = 3;
+  }
+};
+
+TEST_F(FramesTest, FramesAreRebuiltInPlace) {
+  const std::string tail(40, '.');  // positions 7 to 46 of a request without data
+  struct Row {
+    std::string request;
+    std::string response;  // positions 0 to 46; 47 is the status
+    char status;
+  };
+  const Row rows[] = {
+      {Frame("012", "000", ""), "012000242" + tail.substr(2), '0'},
+      {Frame("XYZ", "003", "abc"), "XYZ0003abc" + tail.substr(3), 'A'},
+      {Frame("0B1", "004", "wxyz"), "0B10004wxyz" + tail.substr(4), '0'},
+      {Frame("021", "002", "ab"), "0210002ab" + tail.substr(2), '0'},
+      {Frame("031", "000", ""), "0310000" + tail, '0'},
+      // A short answer leaves the tail of the request behind it.
+      {Frame("022", "019", std::string(25, 'x')),
+       "0220012" + std::string(18, '0') + "xxxxxxx" + tail.substr(25), '0'},
+      // A zero length before data the handler left: the host reads by the length.
+      {Frame("041", "003", "abc"), "0410000abc" + tail.substr(3), '0'},
+      {Frame("PCM", "003", "abc"), "PCM0000abc" + tail.substr(3), '0'},
+      {Frame("002", "000", ""), "0020010" + std::string(16, '0') + tail.substr(16), '0'},
+      // No UPS configured: the identity read fails without a request.
+      {Frame("H01", "000", ""), "H010000" + tail, '7'},
+      // A length past the frame reads up to its status position and no further.
+      {Frame("XYZ", "FFF", std::string(40, 'd')), "XYZ0FFF" + std::string(40, 'd'), 'A'},
+      {std::string("0B\0", 3), "0B", 'A'},  // a frame cut short by a NUL
+  };
+  for (const Row &row : rows) {
+    Sent sent = Send(row.request);
+    EXPECT_EQ(sent.frame.substr(0, row.response.size()), row.response) << row.request;
+    EXPECT_EQ(sent.frame[47], row.status) << row.request;
+    EXPECT_EQ(sent.result, row.status == '0' ? 0 : -1) << row.request;
+  }
+  auto log = LogMessages(home_);
+  EXPECT_EQ(log[0], "TovLumiSend(Cmd:012 / Len:000 / Resp:)");
+  EXPECT_EQ(log[1].rfind("TovLumiSend(RespData:012000242...", 0), 0u) << log[1];
+  EXPECT_EQ(log[3], "Command Error(UPS_E_INVALID_PARAM)");
+  EXPECT_EQ(log[4], "TovLumiSendError(CMD:XYZ / LEN:003 / DATA:abc)");
+}
+
+TEST_F(FramesTest, DelayAndIdentityCommandsReachTheCards) {
+  StartCards({"a", "b"});
+  std::strcpy(UpsIp[0], Ip("a"));
+  std::strcpy(UpsIp[7], Ip("b"));
+  auto written = [this](const char *card) {
+    return sim_->Value(card, mib::upsAdvConfigShutoffDelay);
+  };
+  EXPECT_EQ(Send(Frame("1B1", "002", "0A")).frame[47], '0');
+  EXPECT_EQ(written("a") + " " + written("b"), "60000 60000");
+  Send(Frame("1B1", "002", "0B"));  // eleven minutes wrap in sixteen bits
+  EXPECT_EQ(written("a") + " " + written("b"), "464 464");
+
+  struct Read {
+    const char *code;
+    const char *oid;
+    const char *card_value;
+    std::string answer;
+  };
+  // The answer: code, "0", length, data.
+  const Read reads[] = {
+      {"1B2", mib::upsAdvConfigShutoffDelay, "0", "1B20002:01"},
+      {"1B2", mib::upsAdvConfigShutoffDelay, "12100", "1B20002:02"},
+      {"152", mib::upsAdvConfigReturnDelay, "5900", "1520002:00"},
+      {"152", mib::upsAdvConfigReturnDelay, "6000", "1520002:01"},
+      {"152", mib::upsAdvConfigReturnDelay, "12000", "1520002:02"},
+      {"H01", mib::upsAdvIdentSerialNumber, "WS0123456789    ", "H01000c:WS0123456789"},
+      {"0F2", mib::upsAdvIdentFirmwareRevision, "666.6.D", "0F20007:666.6.D"},
+  };
+  for (const Read &read : reads) {
+    sim_->Set("a", read.oid, '=', read.card_value);
+    Sent sent = Send(Frame(read.code, "000", ""));
+    std::string answer = read.answer.substr(0, 7) + read.answer.substr(8);
+    EXPECT_EQ(sent.frame.substr(0, answer.size()), answer) << read.code;
+  }
+  // Called directly, an identity read clears as many bytes as the length's first character says.
+  char data[64];
+  std::memset(data, 'x', sizeof data);
+  char length[4] = "000";
+  EXPECT_EQ(ReadRomRev(data, length), 0u);
+  EXPECT_EQ(std::string(data + 7, 41), std::string(41, '\0'));
+  EXPECT_EQ(data[48], 'x');
+  // A silent first UPS: the read's error reaches the status, after one try.
+  sim_->Silent("a", true);
+  long before = sim_->Requests("a");
+  Sent sent = Send(Frame("1B2", "000", ""));
+  EXPECT_EQ(sent.frame.substr(0, 7), "1B20000");
+  EXPECT_EQ(sent.frame[47], '7');
+  EXPECT_EQ(sim_->Requests("a") - before, sim_->ClientRetries() + 1);
+}
+
+TEST_F(FramesTest, PowerOnTimeInAMonthGoneByIsNextYear) {
+  UseUtc();
+  FakeClock clock(kSomeTime);  // 2026-11-22 23:28 UTC
+  StartCards({"a"});
+  std::strcpy(UpsIp[0], Ip("a"));
+  sim_->Set("a", mib::upsAdvConfigShutoffDelay, '=', "9000");  // 90 s
+  std::strcpy(DilayTimeCut, "N");
+  Send(Frame("181", "008", "01020304"));                      // 2 January, 03:04
+  const long expected = 1798859040L - (kSomeTime + 90 + 30);  // 2027-01-02 03:04 UTC
+  EXPECT_EQ(sim_->Value("a", mib::upsAdvConfigUpsSleepTime), std::to_string(expected * 100));
+  auto log = LogMessages(home_);
+  EXPECT_NE(std::find(log.begin(), log.end(), " ON  Time: 127/01/02 03:04 1798859040"), log.end());
+  // A time already past sleeps ten minutes, cut to whole tenths of an hour on request.
+  std::strcpy(DilayTimeCut, "Y");
+  Send(Frame("181", "008", "0B160000"));
+  EXPECT_EQ(sim_->Value("a", mib::upsAdvConfigUpsSleepTime), "36000");
+}
+
+TEST_F(FramesTest, ShutdownCommandTurnsTheCardsOff) {
+  StartCards({"a", "b"});
+  std::strcpy(UpsIp[0], Ip("a"));
+  std::strcpy(UpsIp[3], Ip("b"));
+  std::strcpy(UpsOffMode, "T");
+  FakeClock clock(kSomeTime);
+  EXPECT_EQ(Send(Frame("V00", "001", "1")).frame.substr(0, 8), "V0000011") << "echoed";
+  auto applied = Applied();
+  ASSERT_EQ(applied.size(), 2u);
+  for (const auto &entry : applied) EXPECT_EQ(entry.oid, mib::upsAdvControlUpsOff);
+}
+
+// The host's own unit answers through its call-backs.
+DWORD g_channel_result = 0;
+DWORD FakeUnit(const char *command, int, char *response) {
+  if (std::string(command) == "CM") std::strcpy(response, "CM261122232800");
+  return g_channel_result;
+}
+
+TEST_F(FramesTest, HostUnitCommandsGoThroughItsChannel) {
+  FakeClock clock(kSomeTime);
+  DromIssueUpsCommand = FakeUnit;
+  Sent sent = Send(Frame("132", "000", ""));
+  EXPECT_EQ(sent.frame.substr(0, 19), "132000C1a0b16171c00");
+  g_channel_result = UPS_E_NO_SERVER;
+  sent = Send(Frame("S30", "002", "05"));
+  EXPECT_EQ(sent.frame.substr(0, 22), "S30000F" + std::string(15, 'Z'));
+  EXPECT_EQ(sent.frame[47], '0') << "a log read reports its failure in the data only";
+  DromIssueUpsCommand = nullptr;
+}
+
+}  // namespace
+}  // namespace snmplumi::testing
