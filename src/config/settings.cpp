@@ -175,6 +175,17 @@ int Enumerate(const Name *names, const char *value) {
   return names->value;
 }
 
+// snmp.apc is read once and its keys answered from memory; config.apc holds one key.
+const ProfileSnapshot *g_snmp_file = nullptr;
+
+void ReadValue(const Setting &setting, const char *key, char *value) {
+  if (g_snmp_file != nullptr && setting.file == kSnmpFile) {
+    g_snmp_file->Read(setting.section, key, value);
+  } else {
+    ReadConfigFileEx(setting.file, setting.section, key, value);
+  }
+}
+
 void ReadAddressTable(const Setting &setting) {
   auto *rows = static_cast<char(*)[64]>(setting.target);
   int first = setting.rule == Rule::kFurtherAddresses ? 1 : 0;
@@ -182,7 +193,7 @@ void ReadAddressTable(const Setting &setting) {
     char key[32];
     std::snprintf(key, sizeof key, setting.key, row);
     char value[kConfigValueSize];
-    ReadConfigFileEx(setting.file, setting.section, key, value);
+    ReadValue(setting, key, value);
     bool absent = Absent(value) || (setting.rule == Rule::kFurtherAddresses && value[0] == '\0');
     CopyText(rows[row], sizeof rows[row], absent ? setting.absent_text : value);
   }
@@ -294,7 +305,7 @@ void ReadSetting(const Setting &setting) {
   }
   // Read through a buffer that holds whatever the profile read may store.
   char value[kConfigValueSize];
-  ReadConfigFileEx(setting.file, setting.section, setting.key, value);
+  ReadValue(setting, setting.key, value);
   Apply(setting, value);
   LogAfterRow(setting, value);
 }
@@ -304,7 +315,10 @@ void ReadSetting(const Setting &setting) {
 void ReadDebugSwitch() { ReadSetting(kSettings.front()); }
 
 void ReadSettings() {
+  ProfileSnapshot snmp_file(kSnmpFile);
+  g_snmp_file = &snmp_file;
   for (std::size_t i = 1; i < kSettings.size(); ++i) ReadSetting(kSettings[i]);
+  g_snmp_file = nullptr;
 }
 
 }  // namespace snmplumi

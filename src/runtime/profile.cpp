@@ -159,10 +159,105 @@ bool CopyWithKey(std::FILE *source, std::FILE *out, const char *section, const c
   return std::ferror(out) == 0 && (source == nullptr || std::ferror(source) == 0);
 }
 
+// Whether line holds key, as GetKeyName decides (the first '=' read as a blank), without
+// storing its value.
+bool HoldsKey(const char *line, const char *key) {
+  const char *equals = std::strchr(line, '=');
+  if (equals == nullptr) return false;
+  const char *word = line;
+  while (*word != '\0' && (IsBlank(*word) || word == equals)) ++word;
+  const char *end = word;
+  while (*end != '\0' && end != equals && !IsBlank(*end)) ++end;
+  std::size_t length = static_cast<std::size_t>(end - word);
+  return length > 0 && length == std::strlen(key) && std::strncmp(word, key, length) == 0;
+}
+
 }  // namespace
+
+// The value of key in the first section named section, the lines coming from next as fgets
+// gives them; nullptr when absent. Only that section is searched, up to the next line that
+// starts with '['.
+template <typename NextLine>
+char *FindValue(NextLine next, const char *section, const char *key,
+                      char (&line)[kProfileLineSize], char (&value)[kProfileLineSize]) {
+  bool in_section = false;
+  while (!in_section) {
+    if (!next(line)) return nullptr;
+    in_section = IsAppName(line, section) != 0;
+  }
+  while (next(line)) {
+    if (line[0] == '[') return nullptr;
+    if (HoldsKey(line, key) && GetKeyName(line, key, value)) {
+      char *start = value;
+      while (*start == ' ' || *start == '\t') ++start;
+      return start;
+    }
+  }
+  return nullptr;
+}
 
 bool DataFilePath(char *dest, std::size_t size, const char *file_name) {
   return file_name != nullptr && FormatPath(dest, size, "%s/%s", DataDir(), file_name);
+}
+
+int StoreValue(const char *found, const char *fallback, char *dest, int nSize) {
+  if (dest == nullptr || nSize < 1) return 0;
+  const auto size = static_cast<std::size_t>(nSize);
+  if (found != nullptr) {
+    std::size_t length = std::strlen(found);
+    if (length > size) {
+      std::memcpy(dest, found, size - 1);
+      dest[size - 1] = '\0';
+      return nSize - 1;
+    }
+    // A value of exactly nSize characters is stored whole with its NUL at [nSize]: the test is
+    // "greater than", kept so; the caller's buffer has room for it.
+    std::memcpy(dest, found, length + 1);
+    return static_cast<int>(length);
+  }
+  if (fallback == nullptr) fallback = "";
+  std::size_t length = std::min(std::strlen(fallback), size - 1);
+  std::memcpy(dest, fallback, length);
+  dest[length] = '\0';
+  dest[size - 1] = '\0';
+  return nSize - 1;
+}
+
+ProfileSnapshot::ProfileSnapshot(const char *file_name) {
+  int lock = kavac_pthread_mutex_lock(&g_hLocalIniFileMutex, kReadLockTag);
+  FileCheck(file_name);
+  char path[4096];
+  if (DataFilePath(path, sizeof path, file_name)) {
+    File file(std::fopen(path, "re"));
+    if (file) {
+      exists_ = true;
+      char chunk[4096];
+      std::size_t n;
+      while ((n = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) text_.append(chunk, n);
+    }
+  }
+  kavac_pthread_mutex_unlock(&g_hLocalIniFileMutex, lock, kReadLockTag);
+}
+
+void ProfileSnapshot::Read(const char *section, const char *key, char *dest) const {
+  if (dest == nullptr) return;
+  std::strcpy(dest, kDefaultValue);
+  if (!exists_ || section == nullptr || key == nullptr) return;
+  char line[kProfileLineSize];
+  char value[kProfileLineSize];
+  std::size_t at = 0;
+  // The lines as fgets would give them: up to and with the newline, at most 511 characters.
+  auto next = [this, &at](char(&into)[kProfileLineSize]) {
+    if (at >= text_.size()) return false;
+    std::size_t end = text_.find('\n', at);
+    std::size_t length =
+        std::min((end == std::string::npos ? text_.size() : end + 1) - at, sizeof into - 1);
+    std::memcpy(into, text_.data() + at, length);
+    into[length] = '\0';
+    at += length;
+    return true;
+  };
+  StoreValue(FindValue(next, section, key, line, value), kDefaultValue, dest, kConfigReadSize);
 }
 
 }  // namespace snmplumi
@@ -201,45 +296,16 @@ char *ReadKeyValue(const char *lpFileName, const char *lpAppName, const char *lp
   if (lpFileName == nullptr || lpAppName == nullptr || lpKeyName == nullptr) return nullptr;
   File file(std::fopen(lpFileName, "re"));
   if (!file) return nullptr;
-  bool in_section = false;
-  while (!in_section) {
-    if (std::fgets(line, sizeof line, file.get()) == nullptr) return nullptr;
-    in_section = IsAppName(line, lpAppName) != 0;
-  }
-  // Only the first section of that name is searched; any line starting with '[' ends it.
-  while (std::fgets(line, sizeof line, file.get()) != nullptr) {
-    if (line[0] == '[') return nullptr;
-    if (GetKeyName(line, lpKeyName, value)) {
-      char *start = value;
-      while (*start == ' ' || *start == '\t') ++start;
-      return start;
-    }
-  }
-  return nullptr;
+  auto next = [&file](char(&into)[kProfileLineSize]) {
+    return std::fgets(into, sizeof into, file.get()) != nullptr;
+  };
+  return snmplumi::FindValue(next, lpAppName, lpKeyName, line, value);
 }
 
 int GetPrivateProfileString(const char *lpAppName, const char *lpKeyName, const char *lpDefault,
                             char *lpReturnedString, int nSize, const char *lpFileName) {
-  if (lpReturnedString == nullptr || nSize < 1) return 0;
-  const auto size = static_cast<std::size_t>(nSize);
-  if (const char *found = ReadKeyValue(lpFileName, lpAppName, lpKeyName)) {
-    std::size_t length = std::strlen(found);
-    if (length > size) {
-      std::memcpy(lpReturnedString, found, size - 1);
-      lpReturnedString[size - 1] = '\0';
-      return nSize - 1;
-    }
-    // A value of exactly nSize characters is stored whole with its NUL at [nSize]: the test is
-    // "greater than", kept so; the caller's buffer has room for it.
-    std::memcpy(lpReturnedString, found, length + 1);
-    return static_cast<int>(length);
-  }
-  const char *fallback = lpDefault != nullptr ? lpDefault : "";
-  std::size_t length = std::min(std::strlen(fallback), size - 1);
-  std::memcpy(lpReturnedString, fallback, length);
-  lpReturnedString[length] = '\0';
-  lpReturnedString[size - 1] = '\0';
-  return nSize - 1;
+  return snmplumi::StoreValue(ReadKeyValue(lpFileName, lpAppName, lpKeyName), lpDefault,
+                              lpReturnedString, nSize);
 }
 
 unsigned int GetPrivateProfileInt(const char *lpAppName, const char *lpKeyName, int nDefault,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 namespace snmplumi {
 
@@ -16,5 +17,23 @@ inline constexpr std::size_t kProfileLineSize = 512;
 
 // Full path of a file named relative to the data directory; false when it does not fit.
 bool DataFilePath(char *dest, std::size_t size, const char *file_name);
+
+// GetPrivateProfileString's storing of a found value (or, when found is null, of fallback).
+int StoreValue(const char *found, const char *fallback, char *dest, int nSize);
+
+// A profile file of the data directory read once, answering ReadConfigFileEx's questions from
+// memory: for a burst of reads (the settings at load) that would otherwise open and scan the
+// file once per key. It is taken as ReadConfigFileEx takes a file: under the profile mutex,
+// after the removal of an empty file.
+class ProfileSnapshot {
+ public:
+  explicit ProfileSnapshot(const char *file_name);
+  // What ReadConfigFileEx would store into dest (kConfigValueSize bytes).
+  void Read(const char *section, const char *key, char *dest) const;
+
+ private:
+  std::string text_;
+  bool exists_ = false;
+};
 
 }  // namespace snmplumi
