@@ -21,6 +21,7 @@ build/ci-gcc/bench/snmplumi_bench_get --benchmark_min_time=0.2
 build/ci-gcc/bench/snmplumi_bench_upssim_start
 build/ci-gcc/bench/snmplumi_bench_watch --benchmark_min_time=0.5
 build/ci-gcc/bench/snmplumi_bench_frame --benchmark_min_time=0.2
+build/ci-gcc/bench/snmplumi_bench_runtime --benchmark_min_time=0.2
 
 echo "== clang build with AddressSanitizer + UndefinedBehaviorSanitizer, all tests"
 cmake -S . -B build/ci-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
