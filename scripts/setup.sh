@@ -7,6 +7,7 @@ packages=(
   g++ clang libclang-rt-14-dev clang-format
   libgtest-dev libbenchmark-dev
   libsnmp-dev snmp valgrind
+  dpkg-dev file
 )
 
 missing=()

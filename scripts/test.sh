@@ -16,6 +16,14 @@ cmake -S . -B build/ci-gcc -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 cmake --build build/ci-gcc -j "$jobs"
 (cd build/ci-gcc && ctest -j "$jobs" --output-on-failure --timeout 600)
 
+echo "== Debian package (cpack in the g++ build)"
+rm -f build/ci-gcc/snmplumi_*.deb
+(cd build/ci-gcc && cpack -G DEB > cpack.log) || { cat build/ci-gcc/cpack.log; exit 1; }
+deb=$(echo build/ci-gcc/snmplumi_*.deb)
+info=$(dpkg -I "$deb")
+echo "$info"
+grep -q '^ Depends:.*libsnmp40' <<<"$info" || { echo "$deb does not depend on libsnmp40" >&2; exit 1; }
+
 echo "== benchmarks (ratios against a floor measured in the same run; informative)"
 build/ci-gcc/bench/snmplumi_bench_get --benchmark_min_time=0.2
 build/ci-gcc/bench/snmplumi_bench_upssim_start
