@@ -178,8 +178,8 @@ bool HoldsKey(const char *line, const char *key) {
 // gives them; nullptr when absent. Only that section is searched, up to the next line that
 // starts with '['.
 template <typename NextLine>
-char *FindValue(NextLine next, const char *section, const char *key,
-                      char (&line)[kProfileLineSize], char (&value)[kProfileLineSize]) {
+char *FindValue(NextLine next, const char *section, const char *key, char (&line)[kProfileLineSize],
+                char (&value)[kProfileLineSize]) {
   bool in_section = false;
   while (!in_section) {
     if (!next(line)) return nullptr;
