@@ -1,0 +1,145 @@
+#!/usr/bin/env bash
+# Usage: host_test.sh HOST UPSSIM
+# Every subcommand of snmplumi-host against two simulated cards, checked by what a user reads;
+# wrong arguments give one line on standard error and exit 2.
+set -uo pipefail
+host=$1
+upssim=$2
+dir=$(mktemp -d)
+sim_pid=
+cleanup() {
+  [ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null
+  rm -rf "$dir"
+}
+trap cleanup EXIT
+failures=0
+fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
+
+# The simulator on the first free block of 127.43.N.0; it reads its commands from a pipe.
+mkfifo "$dir/sim.in"
+exec 3<>"$dir/sim.in"
+for block in $(seq 0 20); do
+  net=127.43.$block
+  printf 'port 16161\ncard main %s.1\ncard other %s.2\n' "$net" "$net" > "$dir/sim.scenario"
+  "$upssim" --journal "$dir/sets.log" "$dir/sim.scenario" <&3 > "$dir/sim.out" 2>&1 &
+  sim_pid=$!
+  for _ in $(seq 50); do
+    grep -qs '^ready' "$dir/sim.out" || ! kill -0 "$sim_pid" 2>/dev/null && break
+    sleep 0.1
+  done
+  grep -qs '^ready' "$dir/sim.out" && break
+  kill "$sim_pid" 2>/dev/null || true
+  status=0
+  wait "$sim_pid" || status=$?
+  sim_pid=
+  [ "$status" -eq 2 ] || break  # 2: an address in use; anything else stays
+done
+[ -n "$sim_pid" ] || { echo "the simulator did not start:"; cat "$dir/sim.out"; exit 1; }
+# sim COMMAND: one control command, waiting for the simulator's answer line.
+sim() {
+  local lines
+  lines=$(wc -l < "$dir/sim.out")
+  echo "$*" >&3
+  for _ in $(seq 50); do [ "$(wc -l < "$dir/sim.out")" -gt "$lines" ] && return; sleep 0.1; done
+  fail "the simulator did not answer $*"
+}
+
+home=$dir/home
+mkdir -p "$home/data/UPS" "$dir/snmp" "$dir/netsnmp/cert_indexes"
+printf '[Lumi]\nTraceMode=ON\n' > "$home/data/config.apc"
+printf '[Snmp]\nUPS_IP=%s.1\nUPS_IP_O0=%s.2\nUPS_Com=public\nUPS_Power_fail_wait=30\n' \
+  "$net" "$net" > "$home/data/snmp.apc"
+printf '[rack]\nShutoffDelay=90\nReturnDelay=60\nHighTransferVolt=110\nLowTransferVolt=88\nConfigAlarm=1\nConfigAlarmTimer=30\nMinReturnCapacity=50\nSensitivity=2\nLowBatteryRunTime=300\nBattExhaustThresh=60\nTestDiagnosticSchedule=3\n' \
+  > "$home/data/ac_e_net.apc"
+printf 'defaultPort 16161\ntimeout 1\nretries 0\n' > "$dir/snmp/snmp.conf"
+export SNMPLUMI_HOME=$home SNMPCONFPATH=$dir/snmp SNMP_PERSISTENT_DIR=$dir/netsnmp
+
+# run EXPECTED_STATUS ARGS...: the output in $out; a wrong exit status is a failure.
+run() {
+  local expected=$1
+  shift
+  out=$("$host" "$@" 2>&1)
+  local status=$?
+  [ "$status" -eq "$expected" ] || fail "$* exited $status, not $expected:"$'\n'"$out"
+}
+# sees TEXT...: each text appears in $out.
+sees() {
+  local text
+  for text in "$@"; do grep -qF -- "$text" <<<"$out" || fail "no \"$text\" in:"$'\n'"$out"; done
+}
+# journaled CARD OID VALUE: the card received that SET.
+journaled() {
+  grep -qP "\t$1\t$2\t.\t$3\tnoError" "$dir/sets.log" || fail "$1 did not receive $2 = $3"
+}
+
+run 0 exports; sees "exports, 0 missing"
+run 0 info
+sees "version       3.009" "API level     9612" "UPS_IP                         $net.1 (slot 0)" \
+  "UPS_IP_O0                      $net.2 (other 100)" "UPS_Power_fail_wait            30 s" \
+  "host unit alarm flags (ReadX1x): 000000000000000000"
+run 0 status; sees "slot 0     $net.1" "onLine" "2 UPS configured, 2 answered"
+
+run 0 register 1001 "$net.1" rack; sees "record 1001: IP $net.1, path rack"
+grep -qxF "$net.1=1001" "$home/data/UPS/UPSinfo.ini" || fail "no index entry"
+run 0 startup; sees "WaitDromStartUp: 1" "upsAdvConfigHighTransferVolt   108 V"
+journaled main .1.3.6.1.4.1.318.1.1.1.5.2.2.0 108
+run 0 check 1001; sees "UPS_type      Smart-UPS 1500]]" "a new UPS"
+journaled main .1.3.6.1.4.1.318.1.1.1.5.2.10.0 9000
+run 0 check 1001; sees "a known UPS: nothing written"
+
+run 0 query "$net.1"
+sees "GetUpsStatusFromSnmp         1  output 2 onLine" "input 1 input good" \
+  "battery 29 C, 1 noBatteryNeedsReplacing"
+run 0 report 1001; sees "output status      02 onLine" "capacity %         100"
+
+run 0 send 012; sees 'data    "42"' "status  0       success"
+run 0 send 132; sees "host unit asked  CM -> CM" "ReadClock"
+run 0 send S30 01; sees "entry 01, class 1, event ACOK, 11/21 09:17"
+run 1 send XYZ; sees "unknown to the unit" "status  A       refused"
+
+run 0 watch --passes 1; sees "slot 0     $net.1       00     00     no event"
+run 1 wait --poll --timeout 1 --interval 0
+sees "TovLumiGet: 1 (stopped)" "status string  000000000000000000000000000000000000000000000008"
+"$host" wait --poll --interval 0 > "$dir/wait.out" 2>&1 &
+wait_pid=$!
+sleep 1
+kill -TERM "$wait_pid"
+wait "$wait_pid"
+[ $? -eq 1 ] && grep -q "^SIGTERM: TovLumiStop" "$dir/wait.out" || fail "SIGTERM: $(cat "$dir/wait.out")"
+
+# The main UPS on battery for 45 s: one pass notices it, the next finds the wait exceeded, the
+# event wait reports it and the shutdown orders it to conserve its battery.
+sim power main fail
+sim set main upsBasicBatteryTimeOnBattery t 4500
+run 0 wait --poll --shutdown --timeout 15
+sees "slot 0     $net.1       10     00     on battery" \
+  "18     00     on battery, power-fail wait exceeded" "TovLumiGet: 0 (an event)" \
+  "status string  801001218000000000000000000000000000000000000000" \
+  "(the words of slot 0, $net.1)" "code    V00" "status  0       success"
+journaled main .1.3.6.1.4.1.318.1.1.1.6.1.1.0 2
+grep -qP "\tother\t.1.3.6.1.4.1.318.1.1.1.6" "$dir/sets.log" && fail "other received an order"
+
+# Wrong arguments: one line, exit 2. A missing library or installation directory: exit 3.
+while IFS='|' read -r expected args; do
+  read -ra words <<<"$args"
+  "$host" "${words[@]}" > "$dir/stdout" 2> "$dir/stderr"
+  status=$?
+  [ "$status" -eq "$expected" ] && [ ! -s "$dir/stdout" ] && [ "$(wc -l < "$dir/stderr")" -eq 1 ] ||
+    fail "$args: exit $status, $(cat "$dir/stdout" "$dir/stderr")"
+done <<EOF
+2|check 999
+2|register 1001 10.0.0.300 rack
+2|send 12
+2|send 012 $(printf '%041d' 0)
+2|report 50
+2|watch --passes x
+2|status extra
+2|frobnicate
+3|--library $dir/none.so status
+EOF
+SNMPLUMI_HOME=$dir/none "$host" status > /dev/null 2> "$dir/stderr"
+[ $? -eq 3 ] && grep -q "no installation directory $dir/none" "$dir/stderr" ||
+  fail "a missing installation directory: $(cat "$dir/stderr")"
+
+[ "$failures" -eq 0 ] || exit 1
+echo "host ok"
