@@ -15,16 +15,9 @@
 namespace snmplumi {
 namespace {
 
-static_assert(sizeof(std::time_t) <= sizeof(std::int64_t), "time arithmetic runs in 64 bits");
-
 constexpr int kLogExchange = 1;  // the reads are logged with their answer
 constexpr DWORD kFallbackShutdownDelay = 180;
 constexpr DWORD kFallbackLowBatteryRunTime = 120;
-constexpr std::int64_t kLeadSeconds = 30;
-constexpr std::int64_t kYear = 31536000;
-constexpr double kFallbackSleep = 600;
-constexpr DWORD kTenthOfAnHour = 36000;  // hundredths
-constexpr DWORD kMaxWholeSeconds = std::numeric_limits<DWORD>::max() / 100;
 
 // Orders whose value the library chooses.
 struct Order {
@@ -92,12 +85,6 @@ const char *Shown(const char *ip) { return ip != nullptr ? ip : "(null)"; }
 
 // The 32 bits a "%d" of the time value printed.
 int Low32(std::int64_t value) { return static_cast<std::int32_t>(value); }
-
-// Seconds to TimeTicks. Past what 32 bits carry (about 497 days) the longest whole-second value
-// is sent, never one wrapped round to a shorter time.
-DWORD Ticks(DWORD seconds) {
-  return (seconds > kMaxWholeSeconds ? kMaxWholeSeconds : seconds) * 100;
-}
 
 // A negative OffRequestInterval (the host may set it) does not pause, rather than for weeks.
 void PauseBetweenOrders() {
@@ -185,43 +172,6 @@ void LogSleepPlan(const char *shown, int mode, std::time_t ontime, const SleepPl
 }
 
 }  // namespace
-
-SleepPlan PlanSleep(int mode, std::time_t ontime, DWORD delay, std::time_t now, bool cut) {
-  SleepPlan plan{.code = mode};
-  const std::int64_t on = ontime;
-  const std::int64_t lead = std::int64_t{delay} + kLeadSeconds;
-  if (mode > 999) {
-    plan.code = mode - 1000;
-    std::int64_t seconds = on < lead ? 0 : on - lead;
-    if (seconds > kYear) {
-      seconds = kYear;
-      plan.note = SleepNote::kTooFar;
-    }
-    plan.seconds = static_cast<double>(seconds);
-  } else {
-    const std::int64_t at = now;
-    plan.earliest = at > std::numeric_limits<std::int64_t>::max() - lead
-                        ? std::numeric_limits<std::int64_t>::max()
-                        : at + lead;
-    if (on < plan.earliest) {
-      plan.seconds = kFallbackSleep;
-      plan.note = SleepNote::kPast;
-    } else if (delay > kYear) {
-      // The delay, not the sleep time, is held against the year here; kept so.
-      plan.seconds = kFallbackSleep;
-      plan.note = SleepNote::kTooFar;
-    } else {
-      // The distance fits 64 unsigned bits whatever the two times are.
-      plan.seconds = static_cast<double>(static_cast<std::uint64_t>(on) -
-                                         static_cast<std::uint64_t>(plan.earliest));
-    }
-  }
-  const DWORD whole =
-      plan.seconds >= kMaxWholeSeconds ? kMaxWholeSeconds : static_cast<DWORD>(plan.seconds);
-  plan.data_time = Ticks(whole);
-  if (cut) plan.data_time -= plan.data_time % kTenthOfAnHour;
-  return plan;
-}
 
 }  // namespace snmplumi
 

@@ -30,4 +30,11 @@ struct SleepPlan {
 // data_time is rounded down to whole tenths of an hour.
 SleepPlan PlanSleep(int mode, std::time_t ontime, DWORD delay, std::time_t now, bool cut);
 
+// Seconds as TimeTicks (hundredths).
+DWORD Ticks(DWORD seconds);
+
+// now plus the UPS's delay and the lead before it is off: the calendar time a power-on time is
+// counted from; at most the largest time_t.
+std::time_t OffTime(std::time_t now, DWORD delay);
+
 }  // namespace snmplumi

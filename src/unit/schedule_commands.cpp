@@ -120,7 +120,7 @@ DWORD WriteOnTime(char *Data, char *) {
     LogLine(0, "  [UPS%d]shutdown delay time is %dsec", index, static_cast<int>(delay));
   }
   const std::time_t now = CurrentClock().Now();
-  const std::time_t off_time = static_cast<std::time_t>(now + delay + 30);
+  const std::time_t off_time = OffTime(now, delay);
   std::tm now_time{};
   localtime_r(&off_time, &now_time);
   std::tm set_time = now_time;
