@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs every test: style, then a g++ build (with valgrind and the benchmarks), a clang
-# build with AddressSanitizer and UndefinedBehaviorSanitizer, and the concurrency tests under
-# ThreadSanitizer. Fails when anything fails.
+# build with AddressSanitizer and UndefinedBehaviorSanitizer, the concurrency tests under
+# ThreadSanitizer, and the parts without net-snmp in 32 bits. Fails when anything fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -63,5 +63,7 @@ cmake --build build/ci-tsan -j "$jobs"
 (cd build/ci-tsan &&
   TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
     ctest -j "$jobs" --output-on-failure --timeout 600 -R Concurrent)
+
+bash scripts/test-m32.sh
 
 echo "== all tests passed"
