@@ -86,6 +86,8 @@ journaled main .1.3.6.1.4.1.318.1.1.1.5.2.2.0 108
 run 0 check 1001; sees "UPS_type      Smart-UPS 1500]]" "a new UPS"
 journaled main .1.3.6.1.4.1.318.1.1.1.5.2.10.0 9000
 run 0 check 1001; sees "a known UPS: nothing written"
+run 0 register 1002 "$net.2" nosuch; sees "note: ac_e_net.apc has no ShutoffDelay in [nosuch]"
+run 1 check 1002; sees "not identified"
 
 run 0 query "$net.1"
 sees "GetUpsStatusFromSnmp         1  output 2 onLine" "input 1 input good" \
@@ -118,6 +120,13 @@ sees "slot 0     $net.1       10     00     on battery" \
   "(the words of slot 0, $net.1)" "code    V00" "status  0       success"
 journaled main .1.3.6.1.4.1.318.1.1.1.6.1.1.0 2
 grep -qP "\tother\t.1.3.6.1.4.1.318.1.1.1.6" "$dir/sets.log" && fail "other received an order"
+
+# A UPS of the other group past its wait (15 s) is an event on its own: the tenth field.
+sim power other fail
+sim set other upsBasicBatteryTimeOnBattery t 4500
+run 0 wait --poll --timeout 15
+sees "TovLumiGet: 0 (an event)" \
+  "others  18      other group: an other UPS on battery, an other UPS past its power-fail wait"
 
 # Wrong arguments: one line, exit 2. A missing library or installation directory: exit 3.
 while IFS='|' read -r expected args; do
