@@ -12,7 +12,7 @@ cd "$(dirname "$0")/.."
 if [ -n "${SNMPLUMI_DEMO_BUILD:-}" ]; then
   build=$SNMPLUMI_DEMO_BUILD
 else
-  bash scripts/setup.sh
+  bash scripts/setup.sh demo
   build=build/demo
   mkdir -p build
   echo "== Building the library and its tools in $build (log: build/demo.log)"

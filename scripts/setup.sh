@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests and the demo need; skips what is installed.
+# Installs the Debian packages the build and the tests need; skips what is installed.
+# "setup.sh demo" installs only what the demo's build needs.
 set -euo pipefail
 
-packages=(
-  build-essential cmake ninja-build pkg-config binutils
-  g++ clang libclang-rt-14-dev clang-format
-  libgtest-dev libbenchmark-dev
-  libsnmp-dev snmp valgrind
-  dpkg-dev file
-)
+packages=(build-essential cmake ninja-build pkg-config libsnmp-dev)
+if [ "${1:-}" != demo ]; then
+  packages+=(
+    binutils g++ clang libclang-rt-14-dev clang-format
+    libgtest-dev libbenchmark-dev
+    snmp valgrind
+    dpkg-dev file
+  )
+fi
 
 missing=()
 for package in "${packages[@]}"; do
