@@ -49,7 +49,7 @@ int OpenOrCreateRing(const char *path) {
   return ::open(path, O_RDWR | O_CLOEXEC);
 }
 
-long ReadPosition(int fd) {
+long ReadPosition(int fd, const RingShape &shape) {
   char header[kRingHeaderSize] = {};
   ssize_t n = ::pread(fd, header, 8, 0);
   if (n <= 0) return 0;
@@ -57,8 +57,11 @@ long ReadPosition(int fd) {
     if (header[i] == '\n') header[i] = '\0';
   }
   long position = std::atol(header);
-  // Only a header damaged by hand is negative; restart the ring rather than lose the record.
-  return position < 0 ? 0 : position;
+  // Only a header damaged by hand names a place outside the ring, or inside a record: the ring
+  // starts again, or the record goes to the boundary before, so the file never outgrows a full
+  // ring and its records stay aligned.
+  if (position < 0 || position >= static_cast<long>(shape.record_width) * shape.records) return 0;
+  return position - position % (shape.record_width + 1);
 }
 
 // The local time of a record, from the clock seam so tests can fix it.
@@ -106,7 +109,7 @@ bool AppendRingRecord(const char *path, const RingShape &shape, const char *reco
                       std::size_t length) {
   Fd fd(OpenOrCreateRing(path));
   if (!fd.ok()) return false;
-  long position = ReadPosition(fd.get());
+  long position = ReadPosition(fd.get(), shape);
   // Seek and write errors are ignored: a full disk loses this record and nothing else.
   (void)!::pwrite(fd.get(), record, length, static_cast<off_t>(kRingHeaderSize + position));
   long next = position + shape.record_width + 1;

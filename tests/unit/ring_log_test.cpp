@@ -51,6 +51,8 @@ TEST_F(RingLogTest, HeaderGivesWhereTheNextRecordGoes) {
       {"snmplumi.log", "00000448\n", 448, "00000560", "", ""},
       {"snmplumi.log", "00000560\n", 560, "00000672", nullptr, ""},
       {"snmplumi.log", "-0000050\n", 0, "00000112"},       // only a hand-damaged header is negative
+      {"snmplumi.log", "99999999\n", 0, "00000112"},       // past the ring: it starts again
+      {"snmplumi.log", "00000300\n", 224, "00000336"},     // inside a record: at its start
       {"snmplumi.log", "00887824\n", 887824, "00887936"},  // record 7928
       {"snmplumi.log", "00887936\n", 887936, "00000000"},  // record 7929 wraps
       {"UPS/MYUPS.LOG", "00999799\n", 999799, "00999900"},  // record 9900

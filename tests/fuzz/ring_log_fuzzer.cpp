@@ -1,0 +1,135 @@
+// The ring-log writers with arbitrary messages, codes and indexes, each over a file whose first
+// bytes the input sets (or no file). Input: writer (1 byte: library log, trap log, report log),
+// index and code (4 bytes each, little-endian), n (1 byte), n - 1 bytes of file content (n = 0:
+// no file), then the message. Afterwards the header must name a record boundary inside the
+// ring, the file must not be longer than a full ring, and the record must be where it says.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "fuzz_support.h"
+#include "runtime/ring_log.h"
+#include "snmplumi.h"
+#include "test_home.h"
+
+namespace {
+
+struct Setup {
+  bool ram = (snmplumi::fuzz::PreferRamTempDir(), true);
+  snmplumi::testing::TempHome home;
+  snmplumi::testing::FakeClock clock{snmplumi::testing::kSomeTime};
+};
+
+void Check(bool condition, const char *what, const std::string &path) {
+  if (!condition) {
+    std::fprintf(stderr, "ring log fuzzer: %s (%s)\n", what, path.c_str());
+    std::abort();
+  }
+}
+
+uint32_t Word(const uint8_t *data) {
+  return data[0] | (data[1] << 8) | (data[2] << 16) | (uint32_t{data[3]} << 24);
+}
+
+std::string ReportPath(const Setup &setup, int index) {
+  char name[64];
+  if (index == 9000) {
+    std::snprintf(name, sizeof name, "UPS/MYUPS.LOG");
+  } else if (index > 9000) {
+    std::snprintf(name, sizeof name, "UPS/MYUPS_%d.LOG", index - 9000);
+  } else if (index >= 1000) {
+    std::snprintf(name, sizeof name, "UPS/UPS%04d.LOG", index);
+  } else {
+    std::snprintf(name, sizeof name, "UPS/UPS%03d.LOG", index);
+  }
+  return setup.home.data(name);
+}
+
+std::string Bytes(const std::string &path, long at, std::size_t count) {
+  std::string bytes(count, '\0');
+  int fd = open(path.c_str(), O_RDONLY);
+  ssize_t n = fd >= 0 ? pread(fd, bytes.data(), count, at) : -1;
+  if (fd >= 0) close(fd);
+  bytes.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
+  return bytes;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  static Setup setup;
+  if (size < 10) return 0;
+  const int writer = data[0] % 3;
+  const auto index = static_cast<int>(Word(data + 1));
+  const DWORD code = Word(data + 5);
+  const std::size_t n = data[9];
+  data += 10;
+  size -= 10;
+  const std::size_t content_size = n == 0 ? 0 : std::min(n - 1, size);
+  const std::string content(reinterpret_cast<const char *>(data), content_size);
+  data += content_size;
+  size -= content_size;
+  const std::string message = snmplumi::fuzz::NextField(data, size);
+
+  std::string path;
+  if (writer == 0) {
+    path = setup.home.data("snmplumi.log");
+  } else if (writer == 1) {
+    char name[64];
+    std::snprintf(name, sizeof name, "snmptrap/snmp%03d.log", index);
+    path = setup.home.data(name);
+  } else {
+    path = ReportPath(setup, index);
+  }
+  std::remove(path.c_str());
+  if (n != 0) snmplumi::testing::PutFile(path, content);
+
+  const snmplumi::RingShape &shape =
+      writer == 2 ? snmplumi::kReportLogShape : snmplumi::kLibraryLogShape;
+  if (writer == 0) {
+    LumiLocalLog(message.c_str(), code);
+  } else if (writer == 1) {
+    LumiLocalLogM(index, message.c_str(), code);
+  } else {
+    ReportLog(index, message.c_str());
+  }
+
+  const long record_size = shape.record_width + 1;
+  const long limit = static_cast<long>(shape.record_width) * shape.records;
+  const long last_record = (limit - 1) / record_size * record_size;
+  // The header and the record only: a file near the end of its ring is a megabyte.
+  struct stat status {};
+  Check(stat(path.c_str(), &status) == 0, "the file is there", path);
+  const long file_size = status.st_size;
+  Check(file_size <= static_cast<long>(snmplumi::kRingHeaderSize) + last_record + record_size,
+        "the file is no longer than a full ring", path);
+  const std::string header = Bytes(path, 0, snmplumi::kRingHeaderSize);
+  Check(header.size() == snmplumi::kRingHeaderSize && header[8] == '\n', "a header", path);
+  for (int i = 0; i < 8; ++i) Check(header[i] >= '0' && header[i] <= '9', "eight digits", path);
+  const long next = std::atol(header.substr(0, 8).c_str());
+  Check(next < limit && next % record_size == 0, "the header names a record boundary", path);
+
+  const long at = snmplumi::kRingHeaderSize + (next == 0 ? last_record : next - record_size);
+  const std::string record = Bytes(path, at, static_cast<std::size_t>(record_size));
+  Check(record.size() == static_cast<std::size_t>(record_size), "the record is there", path);
+  std::string field = message.substr(0, snmplumi::kLogMessageWidth);
+  field.resize(snmplumi::kLogMessageWidth, ' ');
+  Check(record.back() == '\n' &&
+            record.compare(record.size() - 1 - field.size(), field.size(), field) == 0,
+        "the record ends with the message field", path);
+  if (writer != 2) {
+    char coded[16];
+    std::snprintf(coded, sizeof coded, "[%08x]", static_cast<unsigned>(code));
+    Check(record.compare(20, 10, coded) == 0, "the record shows the code", path);
+  }
+  std::remove(path.c_str());
+  return 0;
+}
