@@ -72,12 +72,18 @@ oid *OwnParse(const char *text, oid *name, size_t *name_length) {
   return name;
 }
 
+// Without MIB files net-snmp knows no names: a module name only sends it looking for a file
+// (and printing that there is none), and a text it cannot read it compiles as an extended
+// regular expression, whose repetitions take memory exponential in their number ("+++...").
+// Such texts can only fail there; the own parser takes them.
+bool NetSnmpMayRead(const char *text) { return std::strpbrk(text, ":[](){}*+?|^$\\") == nullptr; }
+
 }  // namespace
 }  // namespace snmplumi
 
 unsigned long *xp_snmp_parse_oid(const char *OID, unsigned long *name, size_t *name_length) {
   if (OID == nullptr || name == nullptr || name_length == nullptr) return nullptr;
-  if (g_bAC_MIBConvertMode != 1) {
+  if (g_bAC_MIBConvertMode != 1 && snmplumi::NetSnmpMayRead(OID)) {
     std::lock_guard<std::mutex> lock(snmplumi::NetSnmpMutex());
     snmplumi::EnsureNetSnmp();
     size_t length = *name_length;
