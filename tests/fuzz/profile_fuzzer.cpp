@@ -1,0 +1,119 @@
+// The profile store over arbitrary file contents: reads of one value, a rewrite with one value
+// set, and the line-as-format copy. Input: "SIZE\0SECTION\0KEY\0VALUE\0" then the file content.
+// A well-formed file and request must read back what was written.
+#include <algorithm>
+#include <cctype>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "fuzz_support.h"
+#include "runtime/format_line.h"
+#include "runtime/profile.h"
+#include "snmplumi.h"
+#include "test_home.h"
+
+namespace {
+
+using snmplumi::fuzz::NextField;
+
+struct Setup {
+  bool ram = (snmplumi::fuzz::PreferRamTempDir(), true);
+  snmplumi::testing::TempHome home;
+  std::string path = home.data("fuzz.ini");
+};
+
+void Check(bool condition, const char *what) {
+  if (!condition) {
+    std::fprintf(stderr, "profile fuzzer: %s\n", what);
+    std::abort();
+  }
+}
+
+bool HasBlank(const std::string &text) {
+  for (char c : text) {
+    if (std::isspace(static_cast<unsigned char>(c))) return true;
+  }
+  return false;
+}
+
+// A file whose lines survive a rewrite unchanged and are read whole: no NUL, no '%', every line
+// ended and shorter than a read.
+bool PlainFile(const std::string &content) {
+  if (content.find_first_of(std::string("%\0", 2)) != std::string::npos) return false;
+  if (!content.empty() && content.back() != '\n') return false;
+  std::size_t start = 0;
+  for (std::size_t end; (end = content.find('\n', start)) != std::string::npos; start = end + 1) {
+    if (end - start + 1 >= snmplumi::kProfileLineSize - 1) return false;
+  }
+  return true;
+}
+
+// A request whose written line reads back as key=value.
+bool PlainRequest(const std::string &section, const std::string &key, const std::string &value) {
+  return !HasBlank(section) && section.size() + 3 < snmplumi::kProfileLineSize - 1 &&
+         !key.empty() && !HasBlank(key) && key.find('=') == std::string::npos && key[0] != '[' &&
+         value.find_first_of("\r\n") == std::string::npos &&
+         (value.empty() || (value[0] != ' ' && value[0] != '\t')) &&
+         key.size() + value.size() + 2 < snmplumi::kProfileLineSize - 1;
+}
+
+void CheckFormatCopy(const std::string &content) {
+  char *copied = nullptr;
+  std::size_t length = 0;
+  std::FILE *out = open_memstream(&copied, &length);
+  snmplumi::WriteLineAsFormat(out, content.c_str());
+  std::fclose(out);
+  const std::string line(content.c_str());
+  if (line.find('%') == std::string::npos) {
+    Check(std::string(copied, length) == line, "a line without '%' is copied unchanged");
+  }
+  std::free(copied);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  static Setup setup;
+  const int buffer_size = std::clamp(std::atoi(NextField(data, size).c_str()), 1, 600);
+  const std::string section = NextField(data, size);
+  const std::string key = NextField(data, size);
+  const std::string value = NextField(data, size);
+  const std::string content(reinterpret_cast<const char *>(data), size);
+  snmplumi::testing::PutFile(setup.path, content);
+  const char *path = setup.path.c_str();
+
+  CheckFormatCopy(content);
+
+  // One byte more than asked: a value of exactly that size brings its NUL one past, by design.
+  auto buffer = std::make_unique<char[]>(static_cast<std::size_t>(buffer_size) + 1);
+  int stored = GetPrivateProfileString(section.c_str(), key.c_str(), "<default>", buffer.get(),
+                                       buffer_size, path);
+  Check(stored >= 0 && stored <= buffer_size, "a read stores at most its size");
+  Check(std::strlen(buffer.get()) <= static_cast<std::size_t>(buffer_size), "a read ends");
+  if (const char *found = ReadKeyValue(path, section.c_str(), key.c_str())) {
+    Check(std::strncmp(buffer.get(), found, static_cast<std::size_t>(buffer_size) - 1) == 0,
+          "both reads find the same value");
+  }
+  GetPrivateProfileInt(section.c_str(), key.c_str(), 7, path);
+  auto config = std::make_unique<char[]>(snmplumi::kConfigValueSize);
+  ReadConfigFileEx("fuzz.ini", section.c_str(), key.c_str(), config.get());
+
+  const bool plain = PlainFile(content) && PlainRequest(section, key, value);
+  Check(WritePrivateProfileString(section.c_str(), key.c_str(), value.c_str(), path) == 1,
+        "a rewrite in a writable directory succeeds");
+  for (const auto &entry : std::filesystem::directory_iterator(setup.home.data())) {
+    Check(entry.path().extension() != ".TMP", "no temporary file is left behind");
+  }
+  if (plain) {
+    const char *read = ReadKeyValue(path, section.c_str(), key.c_str());
+    Check(read != nullptr && value == read, "a written value reads back");
+  }
+  std::remove(path);
+  return 0;
+}
