@@ -4,7 +4,10 @@
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <future>
+#include <set>
 #include <thread>
 
 #include "test_cards.h"
@@ -117,6 +120,39 @@ TEST_F(FaultsTest, OversizeStringHasExactlyTheAskedLength) {
   simulator_->Oversize("ups0", oid::kSerialNumber, 0);
   EXPECT_EQ(Read(ups0_, oid::kSerialNumber).octets, serial);
   EXPECT_THROW(simulator_->Oversize("ups0", oid::kCommStatus, 300), std::runtime_error);
+}
+
+TEST_F(FaultsTest, HostileCardAnswersEveryKindOfBadValueTheSameForTheSameSeed) {
+  auto answers = [&] {
+    std::vector<std::pair<int, std::size_t>> seen;  // type and string length of each answer
+    for (int i = 0; i < 200; ++i) {
+      Answer answer = Get(ups0_, {i % 2 == 0 ? oid::kSerialNumber : oid::kOutputStatus});
+      EXPECT_TRUE(answer.answered && answer.error_status == 0);
+      if (answer.answered) seen.emplace_back(answer.Only().type, answer.Only().octets.size());
+    }
+    return seen;
+  };
+  simulator_->Command("hostile ups0 7");
+  const auto first = answers();
+  std::set<int> types;
+  std::size_t longest = 0, shortest = SIZE_MAX;
+  for (auto [type, length] : first) {
+    types.insert(type);
+    if (type == ASN_OCTET_STR) longest = std::max(longest, length);
+    if (type == ASN_OCTET_STR) shortest = std::min(shortest, length);
+  }
+  EXPECT_EQ(types, (std::set<int>{ASN_INTEGER, ASN_OCTET_STR, ASN_NULL, ASN_OBJECT_ID,
+                                  ASN_IPADDRESS, ASN_COUNTER, ASN_GAUGE, ASN_TIMETICKS, ASN_OPAQUE,
+                                  ASN_COUNTER64, ASN_UINTEGER, SNMP_NOSUCHOBJECT,
+                                  SNMP_NOSUCHINSTANCE, SNMP_ENDOFMIBVIEW}));
+  EXPECT_GE(longest, 1024u);
+  EXPECT_EQ(shortest, 0u);
+  simulator_->Command("hostile ups0 7");
+  EXPECT_EQ(answers(), first) << "the same seed gives the same answers";
+  EXPECT_NE(simulator_->Command("show ups0").find("hostile=7"), std::string::npos);
+  simulator_->Command("hostile ups0 off");
+  EXPECT_EQ(Read(ups0_, oid::kSerialNumber).type, ASN_OCTET_STR);
+  EXPECT_THROW(simulator_->Command("hostile ups0 -1"), std::runtime_error);
 }
 
 TEST_F(FaultsTest, ControlSetsAnyObjectEvenWithAnotherType) {

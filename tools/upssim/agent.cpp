@@ -13,6 +13,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "hostile.h"
+
 namespace upssim {
 
 struct Agent::Endpoint {
@@ -304,7 +306,11 @@ int Agent::Get(Card &card, snmp_pdu *response, bool next, Clock::time_point now,
       std::vector<oid> converted(name.begin(), name.end());
       snmp_set_var_objid(var, converted.data(), converted.size());
     }
-    ToVarbind(*var, value);
+    if (Faults &faults = card.faults(); faults.hostile_seed) {
+      SetHostileValue(*var, value, HostileDraw(*faults.hostile_seed, faults.hostile_count++));
+    } else {
+      ToVarbind(*var, value);
+    }
   }
   error_index = 0;
   return kNoError;

@@ -311,6 +311,7 @@ std::string Card::Describe(Clock::time_point now) {
     text += std::string(" error:") + (key.second == Operation::kGet ? "get:" : "set:") +
             std::string(Objects()[key.first].name) + "=" + ErrorStatusName(error);
   }
+  if (faults_.hostile_seed) text += " hostile=" + std::to_string(*faults_.hostile_seed);
   for (const auto &[object, length] : faults_.oversize) {
     text += " oversize:" + std::string(Objects()[object].name) + "=" + std::to_string(length);
   }

@@ -39,7 +39,9 @@ struct Faults {
   std::map<std::size_t, std::size_t> oversize;              // string object -> answered length
   long drop_next = 0;                                       // requests still to lose
   long drop_every = 0;                                      // lose every K-th request; 0: off
-  long drop_count = 0;  // requests seen since drop_every was set
+  long drop_count = 0;                        // requests seen since drop_every was set
+  std::optional<std::uint64_t> hostile_seed;  // every GET answered with hostile values
+  std::uint64_t hostile_count = 0;            // hostile values given since the seed was set
 
   // Counts one request that reached the card; true when the network is to lose it.
   bool Lose();

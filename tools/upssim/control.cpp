@@ -17,6 +17,7 @@ constexpr std::size_t kMaxOversize = 65535;
 constexpr long kMaxDrops = 1000000;
 constexpr long kMaxSpecificTrap = 2147483647;
 constexpr long kMaxPort = 65535;
+constexpr long kMaxSeed = 2147483647;
 
 // SNMPv1 generic trap types, by their RFC 1157 names (their numbers 0 to 6 work too).
 constexpr const char *kGenericTraps[] = {
@@ -69,7 +70,8 @@ constexpr char kHelp[] =
     "ok commands: get CARD OBJECT | set CARD OBJECT TYPE VALUE | power CARD fail [CAUSE] | "
     "power CARD restore | selftest CARD [SECONDS] | silent CARD on|off | "
     "error CARD OBJECT get|set STATUS|none | error CARD clear | delay CARD MS | "
-    "oversize CARD OBJECT LENGTH | drop CARD N | drop CARD every K | drop CARD off | "
+    "oversize CARD OBJECT LENGTH | hostile CARD SEED|off | drop CARD N | drop CARD every K | "
+    "drop CARD off | "
     "trap CARD GENERIC SPECIFIC ADDRESS:PORT | show CARD | cards | quit  (CARD may be * for every "
     "card except in get and show; see --help)";
 
@@ -241,6 +243,19 @@ Control::Reply Control::Execute(std::string_view line, Clock::time_point now) {
         } else {
           card->faults().oversize[object] = length;
         }
+      }
+      return {"ok"};
+    }
+    if (command == "hostile") {
+      constexpr char kUsage[] = "hostile CARD SEED|off";
+      auto targets = Targets(words.Need(kUsage));
+      std::string_view seed_text = words.Need(kUsage);
+      words.End(kUsage);
+      std::optional<std::uint64_t> seed;
+      if (seed_text != "off") seed = ParseCount(seed_text, kMaxSeed, "a seed");
+      for (Card *card : targets) {
+        card->faults().hostile_seed = seed;
+        card->faults().hostile_count = 0;
       }
       return {"ok"};
     }

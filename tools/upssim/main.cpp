@@ -131,6 +131,15 @@ CONTROL COMMANDS (standard input; one reply line each: "ok ..." or "error ...")
   oversize CARD OBJECT LENGTH       answer a string object LENGTH bytes long: its
                                     value padded with X (0: off); an answer too
                                     large for a datagram becomes tooBig
+  hostile CARD SEED|off             answer every GET with a hostile value, the
+                                    same sequence for the same SEED: the other
+                                    ASN.1 type, an empty string, a string of
+                                    129 to 4096 bytes with %, NUL and line end,
+                                    binary bytes, an INTEGER past 32 bits, an
+                                    unsigned type at or past 2^32, a Counter64,
+                                    an OID of 128 sub-identifiers, NULL, an
+                                    IpAddress, an Opaque or an SNMPv2 exception;
+                                    SETs are carried out as ever
   trap CARD GENERIC SPECIFIC ADDRESS:PORT
                                     send an SNMP v1 trap from the card to
                                     ADDRESS:PORT (127.0.0.0/8 only; port 162 is
@@ -153,6 +162,7 @@ CONTROL COMMANDS (standard input; one reply line each: "ok ..." or "error ...")
     error ups1 upsCommStatus get genErr
     error ups1 .1.3.6.1.4.1.318.1.1.1.6.2.1.0 set readOnly
     oversize ups2 upsAdvIdentSerialNumber 300
+    hostile ups0 42
     delay ups3 1500
     drop * every 3
     trap ups0 enterpriseSpecific 5 127.0.0.1:162
