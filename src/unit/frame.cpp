@@ -34,8 +34,17 @@ void ParseFrame(const char *frame, FrameFields &fields) {
 void RebuildFrame(char *frame, const FrameFields &fields, char status) {
   std::memcpy(frame, fields.code, std::strlen(fields.code));
   frame[3] = '0';
-  for (std::size_t i = 0; i < 3 && fields.length[i] != '\0'; ++i) frame[4 + i] = fields.length[i];
-  const std::size_t answer = std::min(std::strlen(fields.data), kStatusAt - kDataStart);
+  // An answer longer than the frame (a card's identity text) is cut, and its length with it:
+  // the host reads by the length, and a longer one would take it past its 48 bytes.
+  const std::size_t whole = std::strlen(fields.data);
+  const std::size_t answer = std::min(whole, kStatusAt - kDataStart);
+  char cut[4];
+  const char *length = fields.length;
+  if (answer < whole) {
+    std::snprintf(cut, sizeof cut, "%03zx", answer);
+    length = cut;
+  }
+  for (std::size_t i = 0; i < 3 && length[i] != '\0'; ++i) frame[4 + i] = length[i];
   std::memcpy(frame + kDataStart, fields.data, answer);
   frame[kStatusAt] = status;
 }

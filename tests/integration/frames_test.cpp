@@ -95,6 +95,7 @@ TEST_F(FramesTest, DelayAndIdentityCommandsReachTheCards) {
     const char *card_value;
     std::string answer;
   };
+  const std::string long_serial(60, 'S');
   // The answer: code, "0", length, data.
   const Read reads[] = {
       {"1B2", mib::upsAdvConfigShutoffDelay, "0", "1B20002:01"},
@@ -104,6 +105,8 @@ TEST_F(FramesTest, DelayAndIdentityCommandsReachTheCards) {
       {"152", mib::upsAdvConfigReturnDelay, "12000", "1520002:02"},
       {"H01", mib::upsAdvIdentSerialNumber, "WS0123456789    ", "H01000c:WS0123456789"},
       {"0F2", mib::upsAdvIdentFirmwareRevision, "666.6.D", "0F20007:666.6.D"},
+      // Longer than the frame: cut to its 40 characters, and the length with it.
+      {"H01", mib::upsAdvIdentSerialNumber, long_serial.c_str(), "H010028:" + std::string(40, 'S')},
   };
   for (const Read &read : reads) {
     sim_->Set("a", read.oid, '=', read.card_value);
