@@ -90,6 +90,10 @@ int FirmwareRevision(const char *card_text) {
   return static_cast<int32_t>(revision);  // wraps like the int it always was
 }
 
+// A card's text as the record keeps it: up to its first line break, which the profile file would
+// read as another line (another key, or another record's header).
+void FirstLine(char *text) { text[std::strcspn(text, "\r\n")] = '\0'; }
+
 // The local time as ctime gives it, without the line end.
 void TimeText(char (&text)[64]) {
   std::time_t now = CurrentClock().Now();
@@ -146,6 +150,7 @@ void CheckCard(Record &record) {
     return;
   }
   text[kCardTextLimit] = '\0';
+  FirstLine(text);
   std::strcat(text, "]");
   int revision = FirmwareRevision(text);
   Value stored;
@@ -172,6 +177,7 @@ bool ReadIdentity(Record &record, Identity *fresh) {
     return false;
   }
   serial[kIdentityLimit] = '\0';
+  FirstLine(serial);
   char model[260] = {};
   if (DWORD result = GetValue(record.ip(), mib::upsBasicIdentModel, 's', model, sizeof model, 0);
       result != 0) {
@@ -179,6 +185,7 @@ bool ReadIdentity(Record &record, Identity *fresh) {
     return false;
   }
   model[kIdentityLimit] = '\0';
+  FirstLine(model);
   std::snprintf(fresh->model, sizeof fresh->model, "%s]]", model);
   std::snprintf(fresh->serial, sizeof fresh->serial, "%s]]", serial);
   return true;

@@ -141,6 +141,11 @@ TEST_F(IdentifyTest, NewUpsIsConfiguredThenRecognisedThenReplaced) {
                         "\nUPS_type=Smart-UPS 1500]]\nUPS_Sno.=NEW0001]]\nDATE=" + kWhen +
                         "\nOLD_DATE=" + kWhen + "\n");
   EXPECT_EQ(Reports(), "CCC");
+  // A card's text is recorded up to its first line break: no line of the card's reaches the file.
+  sim_->Set("a", mib::upsAdvIdentSerialNumber, 's', "NEW0002\r\n[1000]\nIP=10.0.0.9");
+  UPSCheckSnmpRequest(1000, 0);
+  EXPECT_NE(Info().find("\nUPS_Sno.=NEW0002]]\nDATE="), std::string::npos);
+  EXPECT_EQ(Info().find("10.0.0.9"), std::string::npos);
 }
 
 // One call each, with a card of its own and a fresh record.
