@@ -1,0 +1,400 @@
+// The SNMP answer path: every read the library makes, answered over loopback UDP with the bytes
+// of the input. A card in this process answers each request with the input's next answer (the
+// last one again once they run out), then with a well-formed noSuchName, so that a request whose
+// answer net-snmp refuses still ends at once.
+//
+// Input: one byte choosing the read, then answers, each a kind byte, a length (2 bytes,
+// little-endian) and that many bytes:
+//   0 the value: a type byte and its content, encoded as one well-formed element
+//   1 the value element as raw bytes
+//   2 the error status: the content of its INTEGER
+//   3 the variable list's content as raw bytes
+//   4 the PDU after its request id as raw bytes
+//   5 a PDU type byte, then the value as in 0
+//   6 the whole datagram as raw bytes
+//   7 a count byte, then the value as in 0, in that many variables
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "fuzz_support.h"
+#include "runtime/profile.h"
+#include "snmp/requests.h"
+#include "snmplumi.h"
+#include "test_home.h"
+
+namespace {
+
+constexpr char kCardAddress[] = "127.93.0.1";
+constexpr char kUpsObject[] = ".1.3.6.1.4.1.318.1.1.1.1.1.2.0";
+
+void Check(bool condition, const char *what) {
+  if (!condition) {
+    std::fprintf(stderr, "answer fuzzer: %s\n", what);
+    std::abort();
+  }
+}
+
+// BER: one element at the front of in, its tag and content; the element whole in *whole.
+bool NextElement(std::string_view &in, uint8_t &tag, std::string_view &content,
+                 std::string_view *whole = nullptr) {
+  if (in.size() < 2) return false;
+  tag = static_cast<uint8_t>(in[0]);
+  std::size_t length = static_cast<uint8_t>(in[1]);
+  std::size_t at = 2;
+  if (length & 0x80) {
+    const std::size_t bytes = length & 0x7f;
+    if (bytes == 0 || bytes > 3 || in.size() < at + bytes) return false;
+    length = 0;
+    for (std::size_t i = 0; i < bytes; ++i) length = length << 8 | static_cast<uint8_t>(in[at++]);
+  }
+  if (in.size() - at < length) return false;
+  if (whole != nullptr) *whole = in.substr(0, at + length);
+  content = in.substr(at, length);
+  in.remove_prefix(at + length);
+  return true;
+}
+
+std::string Element(uint8_t tag, std::string_view content) {
+  std::string out(1, static_cast<char>(tag));
+  const std::size_t n = content.size();
+  if (n >= 0x100) {
+    out += {'\x82', static_cast<char>(n >> 8), static_cast<char>(n & 0xff)};
+  } else if (n >= 0x80) {
+    out += {'\x81', static_cast<char>(n)};
+  } else {
+    out += static_cast<char>(n);
+  }
+  return out.append(content);
+}
+
+// What an answer needs of its request.
+struct Request {
+  std::string community, request_id, variables, name;  // the last three as whole elements
+};
+
+bool ParseRequest(std::string_view datagram, Request &request) {
+  uint8_t tag;
+  std::string_view message, field, whole;
+  if (!NextElement(datagram, tag, message) || !NextElement(message, tag, field) ||
+      !NextElement(message, tag, field)) {
+    return false;
+  }
+  request.community = field;
+  std::string_view pdu;
+  if (!NextElement(message, tag, pdu) || !NextElement(pdu, tag, field, &whole)) return false;
+  request.request_id = whole;
+  if (!NextElement(pdu, tag, field) || !NextElement(pdu, tag, field) ||
+      !NextElement(pdu, tag, field, &whole)) {
+    return false;
+  }
+  request.variables = whole;
+  std::string_view variable;
+  if (!NextElement(field, tag, variable) || !NextElement(variable, tag, field, &whole)) {
+    return false;
+  }
+  request.name = whole;
+  return true;
+}
+
+struct Answer {
+  uint8_t kind;
+  std::string bytes;
+};
+
+const std::string kZero = Element(0x02, std::string_view("\0", 1));
+
+std::string Datagram(const Request &request, uint8_t pdu_type, std::string_view after_id) {
+  return Element(0x30, kZero + Element(0x04, request.community) +
+                           Element(pdu_type, request.request_id + std::string(after_id)));
+}
+
+// The value of bytes ("" gives NULL) as one well-formed element.
+std::string Value(std::string_view bytes) {
+  return bytes.empty() ? Element(0x05, "")
+                       : Element(static_cast<uint8_t>(bytes[0]), bytes.substr(1));
+}
+
+std::string Variables(const Request &request, const std::string &value, int count = 1) {
+  std::string list;
+  for (int i = 0; i < count; ++i) list += Element(0x30, request.name + value);
+  return Element(0x30, list);
+}
+
+std::string Build(const Answer &answer, const Request &request) {
+  const std::string_view bytes = answer.bytes;
+  const std::string no_error = kZero + kZero;
+  switch (answer.kind % 8) {
+    case 0:
+      return Datagram(request, 0xa2, no_error + Variables(request, Value(bytes)));
+    case 1:
+      return Datagram(request, 0xa2, no_error + Variables(request, std::string(bytes)));
+    case 2:
+      return Datagram(request, 0xa2,
+                      Element(0x02, bytes) + Element(0x02, "\x01") + request.variables);
+    case 3:
+      return Datagram(request, 0xa2, no_error + Element(0x30, bytes));
+    case 4:
+      return Datagram(request, 0xa2, bytes);
+    case 5:
+      return Datagram(request, bytes.empty() ? 0xa2 : static_cast<uint8_t>(bytes[0]),
+                      no_error + Variables(request, Value(bytes.substr(bytes.empty() ? 0 : 1))));
+    case 6:
+      return std::string(bytes);
+    default:
+      return Datagram(
+          request, 0xa2,
+          no_error + Variables(request, Value(bytes.substr(bytes.empty() ? 0 : 1)),
+                               bytes.empty() ? 2 : 2 + static_cast<uint8_t>(bytes[0]) % 7));
+  }
+}
+
+// The card: a UDP socket on loopback and a thread answering from the current script.
+class Card {
+ public:
+  Card() {
+    socket_ = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    inet_pton(AF_INET, kCardAddress, &address.sin_addr);
+    socklen_t length = sizeof address;
+    Check(bind(socket_, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 &&
+              getsockname(socket_, reinterpret_cast<sockaddr *>(&address), &length) == 0,
+          "the card binds a loopback port");
+    port_ = ntohs(address.sin_port);
+    timeval wake{0, 100000};  // to notice the end
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &wake, sizeof wake);
+    thread_ = std::thread([this] { Serve(); });
+  }
+  ~Card() {
+    stop_ = true;
+    thread_.join();
+    close(socket_);
+  }
+  uint16_t port() const { return port_; }
+  void Script(std::vector<Answer> answers) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    answers_ = std::move(answers);
+    next_ = 0;
+  }
+
+ private:
+  void Serve() {
+    std::vector<char> buffer(65536);
+    while (!stop_) {
+      sockaddr_in from{};
+      socklen_t length = sizeof from;
+      ssize_t n = recvfrom(socket_, buffer.data(), buffer.size(), 0,
+                           reinterpret_cast<sockaddr *>(&from), &length);
+      Request request;
+      if (n <= 0 || !ParseRequest(std::string_view(buffer.data(), n), request)) continue;
+      std::optional<std::string> first;
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!answers_.empty())
+          first = Build(answers_[std::min(next_++, answers_.size() - 1)], request);
+      }
+      const std::string fallback = Datagram(
+          request, 0xa2, Element(0x02, "\x02") + Element(0x02, "\x01") + request.variables);
+      auto send = [&](const std::string &datagram) {
+        sendto(socket_, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&from),
+               length);
+      };
+      if (first) send(*first);
+      send(fallback);
+    }
+  }
+
+  int socket_ = -1;
+  uint16_t port_ = 0;
+  std::atomic<bool> stop_{false};
+  std::mutex mutex_;
+  std::vector<Answer> answers_;
+  std::size_t next_ = 0;
+  std::thread thread_;
+};
+
+struct Setup {
+  Setup() {
+    snmplumi::testing::PutFile(
+        home.root() + "/snmp.conf",
+        "defaultPort " + std::to_string(card.port()) + "\ntimeout 1\nretries 0\n");
+    setenv("SNMPCONFPATH", home.root().c_str(), 1);
+    for (char *slot : UpsIp) std::strcpy(slot, "127.0.0.1");
+    std::strcpy(UpsIp[0], kCardAddress);
+    std::strcpy(UpsIpServer[0], kCardAddress);
+    std::strcpy(UpsIpOther[0], kCardAddress);
+    std::strcpy(UpsCommunity, "public");
+    GetRetryMax = 2;
+    SetRetryMax = 2;
+    snmplumi::testing::PutFile(home.data("ac_e_net.apc"),
+                               "[UPS1]\nShutoffDelay=180\nReturnDelay=60\nHighTransferVolt=253\n"
+                               "LowTransferVolt=196\nConfigAlarm=1\nConfigAlarmTimer=30\n"
+                               "MinReturnCapacity=10\nSensitivity=1\nLowBatteryRunTime=120\n"
+                               "BattExhaustThresh=300\nTestDiagnosticSchedule=2\n");
+  }
+  ~Setup() { SnmpEnd(); }
+  // What a card answers is recorded, never read as more lines: the record keeps one header,
+  // key lines only and its address.
+  void CheckRecord() const {
+    const std::string text = snmplumi::testing::FileText(home.data("UPS/UPSinfo.ini"));
+    int headers = 0;
+    std::size_t start = 0;
+    for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
+      const std::string line = text.substr(start, end - start);
+      headers += line.starts_with('[') ? 1 : 0;
+      Check(line.starts_with('[') || line.find('=') != std::string::npos,
+            "a record holds key lines only");
+    }
+    Check(headers == 1 && start == text.size(), "a record keeps one header and whole lines");
+    char ip[snmplumi::kConfigValueSize];
+    ReadConfigFileEx("UPS/UPSinfo.ini", "1000", "IP", ip);
+    Check(std::strcmp(ip, kCardAddress) == 0, "a record keeps its address");
+  }
+  // A record of a UPS that is new to the file: the whole identification and configuration runs.
+  void FreshRecord() const {
+    snmplumi::testing::PutFile(home.data("UPS/UPSinfo.ini"),
+                               std::string("[1000]\nIP=") + kCardAddress +
+                                   "\nUPS_type=Symmetra RM]]\npath=UPS1\nSCGonoff=1\nSCG_MGN=3\n");
+  }
+
+  // The trap report reads its fixed card: this one.
+  bool environment =
+      (snmplumi::fuzz::PreferRamTempDir(), setenv("SNMPLUMI_TRAP_REPORT_IP", kCardAddress, 1) == 0);
+  snmplumi::testing::TempHome home;
+  snmplumi::testing::FakeClock clock{snmplumi::testing::kSomeTime};
+  Card card;
+};
+
+bool Known(DWORD result) {
+  return result == 0 || result == 1 || result == UPS_E_NO_SERVER || result == UPS_E_CANT_ACCESS;
+}
+
+// A frame of exactly 48 bytes, sent as the host sends it.
+void Frame(const char *request) {
+  auto frame = std::make_unique<char[]>(48);
+  std::memset(frame.get(), 0, 48);
+  std::memcpy(frame.get(), request, std::strlen(request));
+  TovLumiSend(0, 0, frame.get(), 48);
+  // The host reads an answer by its length: a length past position 46 sends it past its buffer.
+  const std::string length(frame.get() + 4, 3);
+  Check(std::strtoul(length.c_str(), nullptr, 16) <= 40, "an answer's length fits its frame");
+}
+
+void Read(const Setup &setup, unsigned choice) {
+  char ip[sizeof kCardAddress];
+  std::strcpy(ip, kCardAddress);
+  constexpr char kLetters[] = "iutasxdonb";
+  if (choice < 20) {
+    // SnmpGetR copies at most this much: a byte more would be past the end.
+    auto value = std::make_unique<char[]>(snmplumi::kExportedValueLimit);
+    DWORD result =
+        SnmpGetR(ip, kUpsObject, kLetters[choice % 10], value.get(), choice < 10 ? 1 : 2);
+    Check(Known(result), "SnmpGetR answers one of its result codes");
+    return;
+  }
+  int a = 0, b = 0, c = 0, d = 0, e = 0, f = 0, g = 0;
+  auto state = std::make_unique<char[]>(65);
+  auto report = std::make_unique<char[]>(160);
+  switch (choice) {
+    case 20:
+      GetUpsStatusFromSnmp(ip, &a);
+      break;
+    case 21:
+      GetUpsInputStatusFromSnmp(ip, &a);
+      break;
+    case 22:
+      GetUpsDetailStatusFromSnmp(ip, &a, &b, &c, &d, &e);
+      break;
+    case 23:
+      GetUpsDetailStatusFromSnmp2(ip, &a, &b, &c, &d, &e, &f, &g);
+      break;
+    case 24:
+      GetUpsDetailStatusFromSnmp3(ip, &a, &b, &c, &d, &e, state.get());
+      Check(std::strlen(state.get()) <= 64, "the state flags end within 65 bytes");
+      break;
+    case 25:
+      SnmpGetReport(9000, report.get());
+      break;
+    case 26:
+      setup.FreshRecord();
+      SnmpGetReport(1000, report.get());
+      break;
+    case 27:
+      KavAcSnmpCheck();
+      break;
+    case 28:
+      GetTrapReport(9000);
+      break;
+    case 29:
+      Frame("H010000");
+      break;
+    case 30:
+      Frame("0F20000");
+      break;
+    case 31:
+      Frame("1B20000");
+      break;
+    case 32:
+      Frame("1520000");
+      break;
+    case 33:
+      Frame("181000801011200");
+      break;
+    case 34:
+      setup.FreshRecord();
+      UPSCheckSnmpRequest(1000, 0);
+      setup.CheckRecord();
+      break;
+    case 35:
+      setup.FreshRecord();
+      UPSCheckSnmpRequest2(1000, 0);
+      break;
+    case 36:
+      WaitDromStartUp(0);
+      break;
+    default:
+      SetUpsSleepOffbySnmp(ip, 0, snmplumi::testing::kSomeTime + 3600);
+      break;
+  }
+  if (choice == 25 || choice == 26) {
+    Check(std::strlen(report.get()) < 160, "a report line ends within 160 bytes");
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  static Setup setup;
+  if (size < 1) return 0;
+  const unsigned choice = data[0] % 38;
+  std::vector<Answer> answers;
+  for (std::size_t at = 1; at + 3 <= size;) {
+    const std::size_t length =
+        std::min<std::size_t>(data[at + 1] | data[at + 2] << 8, size - at - 3);
+    answers.push_back(
+        {data[at], std::string(reinterpret_cast<const char *>(data + at + 3), length)});
+    at += 3 + length;
+  }
+  setup.card.Script(std::move(answers));
+  Read(setup, choice);
+  setup.clock.sleeps.clear();
+  return 0;
+}
