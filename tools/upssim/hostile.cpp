@@ -5,7 +5,6 @@
 
 #include <array>
 #include <cstddef>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -14,14 +13,9 @@ namespace {
 
 // Lengths around the buffers a manager is likely to have: 128, 256 and a datagram's worth.
 constexpr std::size_t kOversizeLengths[] = {129, 130, 255, 256, 257, 260, 1024, 4096};
-constexpr long kHugeIntegers[] = {std::numeric_limits<long>::max(),
-                                  std::numeric_limits<long>::min(),
-                                  2147483647L,
-                                  -2147483647L - 1,
-                                  -1L,
-                                  4294967295L,
-                                  4294967296L};
-constexpr u_long kHugeUnsigned[] = {4294967295UL, 4294967296UL, 18446744073709551615UL};
+// net-snmp's encoder cuts integers to 32 bits: the extremes of 32 bits are the largest it sends.
+constexpr long kHugeIntegers[] = {2147483647L, -2147483647L - 1, -1L};
+constexpr u_long kHugeUnsigned[] = {4294967295UL, 2147483648UL, 4294967196UL};
 constexpr u_char kUnsignedTypes[] = {ASN_GAUGE, ASN_TIMETICKS, ASN_COUNTER, ASN_UINTEGER};
 constexpr u_char kExceptions[] = {SNMP_NOSUCHOBJECT, SNMP_NOSUCHINSTANCE, SNMP_ENDOFMIBVIEW};
 constexpr std::size_t kObjectIdLength = 128;

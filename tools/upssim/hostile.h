@@ -16,8 +16,9 @@ namespace upssim {
 std::uint64_t HostileDraw(std::uint64_t seed, std::uint64_t count);
 
 // Puts into var a hostile value chosen by draw, built around the card's real value: the other
-// ASN.1 type, an empty or oversize string, an integer past 32 bits, a Counter64, an OBJECT
-// IDENTIFIER, NULL, an IpAddress, an Opaque or an SNMPv2 exception. Returns the kind's name.
+// ASN.1 type, an empty or oversize string, binary bytes, an integer at a 32-bit extreme, a
+// Counter64, an OBJECT IDENTIFIER, NULL, an IpAddress, an Opaque or an SNMPv2 exception.
+// Returns the kind's name.
 std::string_view SetHostileValue(variable_list &var, const Value &real, std::uint64_t draw);
 
 }  // namespace upssim

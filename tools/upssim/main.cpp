@@ -135,8 +135,8 @@ CONTROL COMMANDS (standard input; one reply line each: "ok ..." or "error ...")
                                     same sequence for the same SEED: the other
                                     ASN.1 type, an empty string, a string of
                                     129 to 4096 bytes with %, NUL and line end,
-                                    binary bytes, an INTEGER past 32 bits, an
-                                    unsigned type at or past 2^32, a Counter64,
+                                    binary bytes, an INTEGER or unsigned type at
+                                    a 32-bit extreme, a Counter64 past 32 bits,
                                     an OID of 128 sub-identifiers, NULL, an
                                     IpAddress, an Opaque or an SNMPv2 exception;
                                     SETs are carried out as ever
