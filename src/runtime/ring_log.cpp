@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 #include "runtime/clock.h"
@@ -36,15 +38,36 @@ class Fd {
   int fd_;
 };
 
+// The short header reads as position 0; the full one replaces it after the first record.
+constexpr char kNewHeader[] = "00000\n";
+
+// Write errors are ignored like every other: the header is then read as position 0.
+void WriteNewHeader(int fd) { (void)!::write(fd, kNewHeader, sizeof kNewHeader - 1); }
+
+// A new ring appears under its name with its header already written, so that a writer killed
+// in between leaves no file rather than an empty one: an unnamed file is linked in once
+// written. Another writer that linked first wins. False when the filesystem cannot do it.
+bool LinkNewRing(const char *path) {
+  char dir[4096];
+  if (!FormatPath(dir, sizeof dir, "%s", path)) return false;
+  char *slash = std::strrchr(dir, '/');
+  if (slash == nullptr) return false;
+  slash[slash == dir ? 1 : 0] = '\0';
+  Fd unnamed(::open(dir, O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
+  if (!unnamed.ok()) return false;
+  WriteNewHeader(unnamed.get());
+  char name[64];
+  std::snprintf(name, sizeof name, "/proc/self/fd/%d", unnamed.get());
+  return ::linkat(AT_FDCWD, name, AT_FDCWD, path, AT_SYMLINK_FOLLOW) == 0 || errno == EEXIST;
+}
+
 int OpenOrCreateRing(const char *path) {
   int fd = ::open(path, O_RDWR | O_CLOEXEC);
   if (fd >= 0) return fd;
-  Fd created(::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
-  if (!created.ok()) return -1;
-  // The short header reads as position 0; the full one replaces it after the first record.
-  static constexpr char kNewHeader[] = "00000\n";
-  if (::write(created.get(), kNewHeader, sizeof kNewHeader - 1) < 0) {
-    // Ignored like every other write error: the header is then read as position 0.
+  if (!LinkNewRing(path)) {
+    Fd created(::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+    if (!created.ok()) return -1;
+    WriteNewHeader(created.get());
   }
   return ::open(path, O_RDWR | O_CLOEXEC);
 }
