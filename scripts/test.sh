@@ -16,6 +16,9 @@ cmake -S . -B build/ci-gcc -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 cmake --build build/ci-gcc -j "$jobs"
 (cd build/ci-gcc && ctest -j "$jobs" --output-on-failure --timeout 600)
 
+echo "== crash test (a profile and log writer killed with SIGKILL at 200 random moments)"
+build/ci-gcc/tests/stress/snmplumi_stress_tests --gtest_filter='CrashTest.*' --gtest_brief=1
+
 echo "== Debian package (cpack in the g++ build)"
 rm -f build/ci-gcc/snmplumi_*.deb
 (cd build/ci-gcc && cpack -G DEB > cpack.log) || { cat build/ci-gcc/cpack.log; exit 1; }
