@@ -72,11 +72,21 @@ oid *OwnParse(const char *text, oid *name, size_t *name_length) {
   return name;
 }
 
-// Without MIB files net-snmp knows no names: a module name only sends it looking for a file
-// (and printing that there is none), and a text it cannot read it compiles as an extended
-// regular expression, whose repetitions take memory exponential in their number ("+++...").
-// Such texts can only fail there; the own parser takes them.
-bool NetSnmpMayRead(const char *text) { return std::strpbrk(text, ":[](){}*+?|^$\\") == nullptr; }
+// Only numbers and names go to net-snmp's parser: the library's OIDs are numeric, and without MIB
+// files net-snmp knows no names beyond its roots. Other texts cost there: a module name sends it
+// looking for a file (and printing that there is none), a quoted index is read past its end,
+// and a text it cannot read it compiles as an extended regular expression, whose repetitions
+// take memory exponential in their number ("+++..."). The own parser takes those.
+bool NetSnmpMayRead(const char *text) {
+  for (const char *p = text; *p != '\0'; ++p) {
+    const char c = *p;
+    if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '.' ||
+          c == '-' || c == '_')) {
+      return false;
+    }
+  }
+  return true;
+}
 
 }  // namespace
 }  // namespace snmplumi
