@@ -45,7 +45,7 @@ cmake --build build/ci-asan -j "$jobs"
 
 echo "== fuzzers (AddressSanitizer + UndefinedBehaviorSanitizer), from the seed corpora"
 # A million runs each; fewer where every input rewrites a file or makes SNMP exchanges.
-declare -A fuzz_runs=([profile]=250000 [answers]=40000)
+declare -A fuzz_runs=([profile]=200000 [answers]=30000)
 for fuzzer in build/ci-asan/tests/fuzz/snmplumi_fuzz_*; do
   name=${fuzzer##*/snmplumi_fuzz_}
   corpus=$(mktemp -d)
