@@ -42,15 +42,10 @@
 
 namespace {
 
+using snmplumi::fuzz::Check;
+
 constexpr char kCardAddress[] = "127.93.0.1";
 constexpr char kUpsObject[] = ".1.3.6.1.4.1.318.1.1.1.1.1.2.0";
-
-void Check(bool condition, const char *what) {
-  if (!condition) {
-    std::fprintf(stderr, "answer fuzzer: %s\n", what);
-    std::abort();
-  }
-}
 
 // BER: one element at the front of in, its tag and content; the element whole in *whole.
 bool NextElement(std::string_view &in, uint8_t &tag, std::string_view &content,

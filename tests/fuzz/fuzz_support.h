@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -16,6 +17,14 @@ namespace snmplumi::fuzz {
 // profile rewrites do not set the pace. Call before the TempHome is made.
 inline void PreferRamTempDir() {
   if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 0);
+}
+
+// A finding: says what went wrong and aborts, which libFuzzer reports with the input.
+inline void Check(bool condition, const char *what, const char *detail = "") {
+  if (!condition) {
+    std::fprintf(stderr, "fuzzer finding: %s %s\n", what, detail);
+    std::abort();
+  }
 }
 
 // Consumes the input up to the next NUL (or its end) as one text field: a NUL cannot be part of

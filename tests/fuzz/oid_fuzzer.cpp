@@ -18,18 +18,13 @@
 
 namespace {
 
+using snmplumi::fuzz::Check;
+
 struct Setup {
   // net-snmp reads the snmp.conf of the temporary home, which has none.
   Setup() { setenv("SNMPCONFPATH", home.root().c_str(), 1); }
   snmplumi::testing::TempHome home;
 };
-
-void Check(bool condition, const char *what) {
-  if (!condition) {
-    std::fprintf(stderr, "oid fuzzer: %s\n", what);
-    std::abort();
-  }
-}
 
 // The own parser's rules: a dot and a digit first; 32-bit sub-identifiers up to each dot, at
 // most 63 of them; the walk ends at any other character, where the number must be 0; the last

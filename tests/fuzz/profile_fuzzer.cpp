@@ -20,6 +20,8 @@
 
 namespace {
 
+using snmplumi::fuzz::Check;
+
 using snmplumi::fuzz::NextField;
 
 struct Setup {
@@ -27,13 +29,6 @@ struct Setup {
   snmplumi::testing::TempHome home;
   std::string path = home.data("fuzz.ini");
 };
-
-void Check(bool condition, const char *what) {
-  if (!condition) {
-    std::fprintf(stderr, "profile fuzzer: %s\n", what);
-    std::abort();
-  }
-}
 
 bool HasBlank(const std::string &text) {
   for (char c : text) {

@@ -22,18 +22,13 @@
 
 namespace {
 
+using snmplumi::fuzz::Check;
+
 struct Setup {
   bool ram = (snmplumi::fuzz::PreferRamTempDir(), true);
   snmplumi::testing::TempHome home;
   snmplumi::testing::FakeClock clock{snmplumi::testing::kSomeTime};
 };
-
-void Check(bool condition, const char *what, const std::string &path) {
-  if (!condition) {
-    std::fprintf(stderr, "ring log fuzzer: %s (%s)\n", what, path.c_str());
-    std::abort();
-  }
-}
 
 uint32_t Word(const uint8_t *data) {
   return data[0] | (data[1] << 8) | (data[2] << 16) | (uint32_t{data[3]} << 24);
@@ -107,28 +102,31 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const long last_record = (limit - 1) / record_size * record_size;
   // The header and the record only: a file near the end of its ring is a megabyte.
   struct stat status {};
-  Check(stat(path.c_str(), &status) == 0, "the file is there", path);
+  Check(stat(path.c_str(), &status) == 0, "the file is there", path.c_str());
   const long file_size = status.st_size;
   Check(file_size <= static_cast<long>(snmplumi::kRingHeaderSize) + last_record + record_size,
-        "the file is no longer than a full ring", path);
+        "the file is no longer than a full ring", path.c_str());
   const std::string header = Bytes(path, 0, snmplumi::kRingHeaderSize);
-  Check(header.size() == snmplumi::kRingHeaderSize && header[8] == '\n', "a header", path);
-  for (int i = 0; i < 8; ++i) Check(header[i] >= '0' && header[i] <= '9', "eight digits", path);
+  Check(header.size() == snmplumi::kRingHeaderSize && header[8] == '\n', "a header", path.c_str());
+  for (int i = 0; i < 8; ++i)
+    Check(header[i] >= '0' && header[i] <= '9', "eight digits", path.c_str());
   const long next = std::atol(header.substr(0, 8).c_str());
-  Check(next < limit && next % record_size == 0, "the header names a record boundary", path);
+  Check(next < limit && next % record_size == 0, "the header names a record boundary",
+        path.c_str());
 
   const long at = snmplumi::kRingHeaderSize + (next == 0 ? last_record : next - record_size);
   const std::string record = Bytes(path, at, static_cast<std::size_t>(record_size));
-  Check(record.size() == static_cast<std::size_t>(record_size), "the record is there", path);
+  Check(record.size() == static_cast<std::size_t>(record_size), "the record is there",
+        path.c_str());
   std::string field = message.substr(0, snmplumi::kLogMessageWidth);
   field.resize(snmplumi::kLogMessageWidth, ' ');
   Check(record.back() == '\n' &&
             record.compare(record.size() - 1 - field.size(), field.size(), field) == 0,
-        "the record ends with the message field", path);
+        "the record ends with the message field", path.c_str());
   if (writer != 2) {
     char coded[16];
     std::snprintf(coded, sizeof coded, "[%08x]", static_cast<unsigned>(code));
-    Check(record.compare(20, 10, coded) == 0, "the record shows the code", path);
+    Check(record.compare(20, 10, coded) == 0, "the record shows the code", path.c_str());
   }
   std::remove(path.c_str());
   return 0;
