@@ -1,3 +1,5 @@
+// The host's direct power orders against a simulated card: the SETs it carried out, the pauses
+// between them and the log lines are the oracle.
 #include <algorithm>
 #include <functional>
 #include <tuple>
@@ -17,24 +19,27 @@ class PowerTest : public CardTest {
  protected:
   void SetUp() override {
     StartCards({"ups"});
-    OffRequestCount = 3;
-    OffRequestInterval = 4;
-    DilayTimeCut[0] = 'N';
+    OffRequestCount = 3, OffRequestInterval = 4;
   }
   char *ip() { return const_cast<char *>(Ip("ups")); }
-  std::vector<Set> SetsSince(std::size_t first) const {
+  // Runs the order on a fresh log and returns the SETs the card carried out.
+  std::vector<Set> SetsOf(const std::function<BOOL()> &order, BOOL result) {
+    ClearLog();
+    clock_.sleeps.clear();
+    const std::size_t first = sim_->Journal().size();
+    EXPECT_EQ(order(), result);
+    const std::vector<upssim::JournalEntry> journal = sim_->Journal();
     std::vector<Set> sets;
-    auto journal = sim_->Journal();
-    for (std::size_t i = first; i < journal.size(); ++i) {
-      if (journal[i].answer == "dropped") continue;  // lost on the way: net-snmp sends it again
-      sets.emplace_back(journal[i].oid, journal[i].value, journal[i].answer);
+    for (auto entry = journal.begin() + static_cast<long>(first); entry != journal.end(); ++entry) {
+      // Lost on the way: net-snmp sends it again.
+      if (entry->answer != "dropped") sets.emplace_back(entry->oid, entry->value, entry->answer);
     }
     return sets;
   }
   bool Logged(const std::string &start) const {  // a line of the library log begins so
     auto messages = LogMessages(home_);
-    return std::any_of(messages.begin(), messages.end(),
-                       [&](const std::string &line) { return line.rfind(start, 0) == 0; });
+    return std::ranges::any_of(messages,
+                               [&](const std::string &line) { return line.starts_with(start); });
   }
   FakeClock clock_{kSomeTime};
 };
@@ -43,44 +48,39 @@ TEST_F(PowerTest, SleepOrderWritesTheComputedSleepTimeThenTheCode) {
   struct Row {
     int mode;
     std::time_t ontime;
-    bool reads_fail;
-    const char *shutoff_delay;  // ticks on the card
+    const char *shutoff_delay;  // ticks on the card; nullptr: neither delay can be read
     char cut;
     std::string sleep_time, code, hours;
     const char *note;
   };
   const Row rows[] = {
-      // Both reads fail: 180 + 120 + 30 s of lead time.
-      {1002, 1000, true, "9000", 'N', "67000", "2", "670sec : 0.1h", nullptr},
-      {1002, 1000, true, "9000", 'Y', "36000", "2", "360sec : 0.1h", nullptr},
-      {1003, 100, false, "9000", 'N', "0", "3", "0sec : 0.0h", nullptr},  // 90 + 120 + 30 > 100
-      {1002, 40000000, false, "9000", 'N', "3153600000", "2", "31536000sec : 8760.0h", kTooFar},
-      {2, kSomeTime - 1, false, "9000", 'y', "60000", "2", "600sec : 0.1h", kPast},  // only Y cuts
-      {3, kSomeTime + 240 + 3650, false, "9000", 'Y', "360000", "3", "3600sec : 1.0h", nullptr},
+      {1002, 1000, nullptr, 'N', "67000", "2", "670sec : 0.1h", nullptr},  // 180 + 120 + 30 s
+      {1002, 1000, nullptr, 'Y', "36000", "2", "360sec : 0.1h", nullptr},
+      {1003, 100, "9000", 'N', "0", "3", "0sec : 0.0h", nullptr},  // 90 + 120 + 30 > 100
+      {1002, 40000000, "9000", 'N', "3153600000", "2", "31536000sec : 8760.0h", kTooFar},
+      {2, kSomeTime - 1, "9000", 'y', "60000", "2", "600sec : 0.1h", kPast},  // only Y cuts
+      {3, kSomeTime + 240 + 3650, "9000", 'Y', "360000", "3", "3600sec : 1.0h", nullptr},
       // A shutdown delay of more than a year gives 600 s whatever the power-on time.
-      {2, kSomeTime + 50000000, false, "3200000000", 'N', "60000", "2", "600sec : 0.1h", kTooFar},
+      {2, kSomeTime + 50000000, "3200000000", 'N', "60000", "2", "600sec : 0.1h", kTooFar},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.ontime);
     sim_->ClearErrors("ups");
-    sim_->Set("ups", mib::upsAdvConfigShutoffDelay, 't', row.shutoff_delay);
-    if (row.reads_fail) {
+    sim_->Set("ups", mib::upsAdvConfigShutoffDelay, 't',
+              row.shutoff_delay ? row.shutoff_delay : "0");
+    if (row.shutoff_delay == nullptr) {
       sim_->InjectError("ups", mib::upsAdvConfigShutoffDelay, Op::kGet, 2);
       sim_->InjectError("ups", mib::upsAdvConfigLowBatteryRunTime, Op::kGet, 5);
     }
     DilayTimeCut[0] = row.cut;
-    std::size_t first = sim_->Journal().size();
-    EXPECT_EQ(SetUpsSleepOffbySnmp(ip(), row.mode, row.ontime), 1);
-    EXPECT_EQ(SetsSince(first),
+    EXPECT_EQ(SetsOf([&] { return SetUpsSleepOffbySnmp(ip(), row.mode, row.ontime); }, 1),
               (std::vector<Set>{{mib::upsAdvConfigUpsSleepTime, row.sleep_time, "noError"},
                                 {mib::upsAdvControlUpsSleep, row.code, "noError"}}));
     for (const char *note : {kPast, kTooFar}) EXPECT_EQ(Logged(note), note == row.note);
     EXPECT_TRUE(Logged(std::string(" [") + Ip("ups") + "]sleep time is " + row.hours));
-    if (row.mode < 1000) {
-      EXPECT_TRUE(Logged(std::string("  [") + Ip("ups") + "]set Ontime(" + std::ctime(&row.ontime) +
-                         ") " + std::to_string(row.ontime) + " - "));
-    }
-    ClearLog();
+    EXPECT_EQ(Logged(std::string("  [") + Ip("ups") + "]set Ontime(" + std::ctime(&row.ontime) +
+                     ") " + std::to_string(row.ontime) + " - "),
+              row.mode < 1000);
   }
 }
 
@@ -88,12 +88,9 @@ TEST_F(PowerTest, SleepOrderWritesTheComputedSleepTimeThenTheCode) {
 // addresses give 0 and no order.
 TEST_F(PowerTest, EachOrderSendsItsRequestsOnItsSchedule) {
   const std::string off = mib::upsAdvControlUpsOff, sleep = mib::upsAdvControlUpsSleep,
-                    conserve = mib::upsBasicControlConserveBattery,
                     time = mib::upsAdvConfigUpsSleepTime, delay = mib::upsAdvConfigShutoffDelay;
   const DWORD kBadValue = UPS_E_INVALID_PARAM, kGenErr = UPS_E_CANT_ACCESS;
-  const std::string set_sync = " Set[0] names=[" + std::string(mib::upsSCGActiveMembershipStatus) +
-                               "] types=[i] val=[1]",
-                    set_sleep = " Set[0] names=[" + sleep + "] types=[i] val=[3]";
+  const std::string set_sleep = " Set[0] names=[" + sleep + "] types=[i] val=[3]";
   struct Row {
     const char *what;
     int count;
@@ -107,9 +104,6 @@ TEST_F(PowerTest, EachOrderSendsItsRequestsOnItsSchedule) {
   };
   std::string long_ip(40, '7'), no_card = "127.0.0.2";
   auto none = [] {};
-  auto refuse = [this](const std::string &object) {
-    return [this, object] { sim_->InjectError("ups", object, Op::kSet, 5); };
-  };
   // clang-format off
   const Row rows[] = {
     {"off", 3, none, [&] { return SetUpsOffbySnmp(ip(), 2); }, 1, "7", 0, {{off, "2", "noError"}},
@@ -119,18 +113,19 @@ TEST_F(PowerTest, EachOrderSendsItsRequestsOnItsSchedule) {
      {{kBadValue, "SetUpsOffbySnmp[%s] error!"}, {kBadValue, "SetUpsOffbySnmp[%s] error!"}}},
     {"off, no attempt", 0, none, [&] { return SetUpsOffbySnmp(ip(), 2); }, 0, "2", 0, {},
      {{0, "[%s]SetUpsOffbySnmp(2)"}, {0, "SetUpsOffbySnmp[%s] error!"}}},
-    {"sleep refused", 2, refuse(sleep), [&] { return SetUpsSleepOffbySnmp(ip(), 1002, 0); }, 0,
-     "2", 2, {{time, "0", "noError"}, {sleep, "2", "genErr"}, {sleep, "2", "genErr"}},
+    {"sleep refused", 2, [&] { sim_->InjectError("ups", sleep, Op::kSet, 5); },
+     [&] { return SetUpsSleepOffbySnmp(ip(), 1002, 0); }, 0, "2", 2,
+     {{time, "0", "noError"}, {sleep, "2", "genErr"}, {sleep, "2", "genErr"}},
      {{kGenErr, "SetUpsSleepOffbySnmp[%s] error2!"}, {kGenErr, "SetUpsSleepOffbySnmp[%s] error2!"}}},
-    {"power fail on battery", 3, [this] { sim_->PowerFailure("ups", true); },
+    {"power fail on battery", 3, [&] { sim_->PowerFailure("ups", true); },
      [&] { return SetUpsPowerFailOffbySnmp(ip()); }, 1, "11", 1,
-     {{time, "0", "noError"}, {conserve, "2", "noError"}},
+     {{time, "0", "noError"}, {mib::upsBasicControlConserveBattery, "2", "noError"}},
      {{0, "SetUpsPowerFailOffbySnmp[%s] success!"}}},
     // On line the card answers badValue; every attempt of the sleep order is sent (a sleep of
     // 0 s ends at once).
     {"power fail on line", 2, none, [&] { return SetUpsPowerFailOffbySnmp(ip()); }, 1, "2", 3,
-     {{time, "0", "noError"}, {conserve, "2", "badValue"}, {sleep, "3", "noError"},
-      {sleep, "3", "noError"}},
+     {{time, "0", "noError"}, {mib::upsBasicControlConserveBattery, "2", "badValue"},
+      {sleep, "3", "noError"}, {sleep, "3", "noError"}},
      {{kBadValue, "SetUpsPowerFailOffbySnmp[%s] error(UPS_E_INVALID_PARAM)!"},
       {0, "[%s] PowerOff:upsAdvControlUpsSleep(3)===="}, {0, set_sleep},
       {0, "SetUpsSleepbySnmp[%s] success!"}, {0, set_sleep}, {0, "SetUpsSleepbySnmp[%s] success!"}}},
@@ -140,8 +135,9 @@ TEST_F(PowerTest, EachOrderSendsItsRequestsOnItsSchedule) {
     {"longest delay", 3, none, [&] { return SetUpsShutdownDelaybySnmp(ip(), 50000000); }, 1, "2",
      0, {{delay, "4294967200", "noError"}}, {{0, "SetUpsShutdownDelaybySnmp[%s] success!"}}},
     {"sync", 3, none, [&] { return SetUpsSyncActivebySnmp(ip(), 1); }, 1, "2", 0,
-     {{mib::upsSCGActiveMembershipStatus, "1", "noError"}}, {{0, set_sync}}},
-    {"on", 3, [this] { sim_->Set("ups", mib::upsBasicOutputStatus, 'i', "7"); },
+     {{mib::upsSCGActiveMembershipStatus, "1", "noError"}},
+     {{0, " Set[0] names=[" + std::string(mib::upsSCGActiveMembershipStatus) + "] types=[i] val=[1]"}}},
+    {"on", 3, [&] { sim_->Set("ups", mib::upsBasicOutputStatus, 'i', "7"); },
      [&] { return SetUpsOnbySnmp(ip(), 2); }, 1, "2", 0,
      {{mib::upsAdvControlTurnOnUPS, "2", "noError"}}, {{0, "SetUpsOnbySnmp[%s] success!"}}},
     {"null address", 1, none, [&] { return SetUpsOnbySnmp(nullptr, 2); }, 0, "2", 0, {},
@@ -163,21 +159,17 @@ TEST_F(PowerTest, EachOrderSendsItsRequestsOnItsSchedule) {
     sim_->Set("ups", mib::upsBasicOutputStatus, 'i', "2");
     row.prepare();
     OffRequestCount = row.count;
-    clock_.sleeps.clear();
-    std::size_t first = sim_->Journal().size();
-    EXPECT_EQ(row.order(), row.result);
+    EXPECT_EQ(SetsOf(row.order, row.result), row.sets);
     EXPECT_EQ(sim_->Value("ups", mib::upsBasicOutputStatus), row.status);
     EXPECT_EQ(clock_.sleeps, std::vector<unsigned long>(row.pauses, 4000000));
-    EXPECT_EQ(SetsSince(first), row.sets);
     auto log = LibraryLog(home_);
     ASSERT_GE(log.size(), row.closing.size());
-    log.erase(log.begin(), log.end() - row.closing.size());
+    log.erase(log.begin(), log.end() - static_cast<long>(row.closing.size()));
     for (LogRecord &record : log) {
       std::size_t at = record.message.find(Ip("ups"));
       if (at != std::string::npos) record.message.replace(at, std::strlen(Ip("ups")), "%s");
     }
     EXPECT_EQ(log, row.closing);
-    ClearLog();
   }
 }
 
