@@ -9,6 +9,7 @@
 #include "runtime/clock.h"
 #include "runtime/log_line.h"
 #include "runtime/paths.h"
+#include "runtime/ring_log.h"
 #include "runtime/system_error.h"
 #include "snmp/netsnmp.h"
 #include "snmplumi.h"
@@ -80,7 +81,11 @@ void lib_init(void) {
   // The installation directory actually in use ("/usr/local/TELMAR" unless overridden).
   std::snprintf(LumiPathName, sizeof LumiPathName, "%s", snmplumi::InstallDir());
 
-  snmplumi::ReadSettings();
+  {
+    // Not across CreateMutexes: the batch ends under the logging mutex it re-creates.
+    snmplumi::LibraryLogBatch batch;
+    snmplumi::ReadSettings();
+  }
   snmplumi::CreateMutexes();
   snmplumi::DebugLog("[snmplumi] lib_init end");
 }

@@ -13,6 +13,7 @@
 #include "powernet.h"
 #include "runtime/log_line.h"
 #include "runtime/profile.h"
+#include "runtime/ring_log.h"
 #include "snmp/requests.h"
 #include "snmplumi.h"
 
@@ -166,6 +167,7 @@ int TrapCheckerForTesting() { return g_trap_checker; }
 BOOL KavAcSnmpCheck(void) {
   using namespace snmplumi;
   std::lock_guard<std::mutex> one_pass(g_pass_mutex);
+  LibraryLogBatch batch;
   int checked = ++g_trap_checker;
   if (checked > kTrapWatchLimit && !IsUnused(UpsIp[0])) {
     LogLine(static_cast<DWORD>(checked), "!!!!!! what! Trap watcher is STOP!? !!!!!!");

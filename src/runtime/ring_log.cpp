@@ -98,13 +98,41 @@ std::tm LocalNow() {
 const char *OrEmpty(const char *text) { return text != nullptr ? text : ""; }
 
 // "%-80.80s" is the 80-character message field: cut after 80, padded with blanks to 80.
-bool WriteCodedRecord(const char *path, const char *msg, DWORD code) {
+std::size_t FormatCodedRecord(char (&record)[160], const char *msg, DWORD code) {
   std::tm t = LocalNow();
-  char record[160];
   int n = std::snprintf(record, sizeof record, "%02d/%02d/%02d %02d:%02d:%02d [%08x] %-80.80s\n",
                         t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec,
                         static_cast<unsigned>(code), OrEmpty(msg));
-  return AppendRingRecord(path, kLibraryLogShape, record, static_cast<std::size_t>(n));
+  return static_cast<std::size_t>(n);
+}
+
+bool WriteCodedRecord(const char *path, const char *msg, DWORD code) {
+  char record[160];
+  std::size_t n = FormatCodedRecord(record, msg, code);
+  return AppendRingRecord(path, kLibraryLogShape, record, n);
+}
+
+// The library log held open by the open batches; under g_hLocalLoggingMutex.
+struct HeldLibraryLog {
+  int batches = 0;
+  int fd = -1;
+  char path[4096] = {};
+};
+HeldLibraryLog g_held;
+
+void CloseHeldLog() {
+  if (g_held.fd >= 0) ::close(g_held.fd);
+  g_held.fd = -1;
+}
+
+// The held descriptor of path, opened on first use; -1 outside a batch or when it cannot open.
+int HeldLogFor(const char *path) {
+  if (g_held.batches == 0) return -1;
+  if (g_held.fd >= 0 && std::strcmp(g_held.path, path) == 0) return g_held.fd;
+  CloseHeldLog();
+  g_held.fd = OpenOrCreateRing(path);
+  std::snprintf(g_held.path, sizeof g_held.path, "%s", path);
+  return g_held.fd;
 }
 
 bool WriteReportRecord(const char *path, const char *msg) {
@@ -128,19 +156,33 @@ bool ReportLogPath(char *path, std::size_t size, int index) {
 
 }  // namespace
 
-bool AppendRingRecord(const char *path, const RingShape &shape, const char *record,
-                      std::size_t length) {
-  Fd fd(OpenOrCreateRing(path));
-  if (!fd.ok()) return false;
-  long position = ReadPosition(fd.get(), shape);
+void WriteRingRecord(int fd, const RingShape &shape, const char *record, std::size_t length) {
+  long position = ReadPosition(fd, shape);
   // Seek and write errors are ignored: a full disk loses this record and nothing else.
-  (void)!::pwrite(fd.get(), record, length, static_cast<off_t>(kRingHeaderSize + position));
+  (void)!::pwrite(fd, record, length, static_cast<off_t>(kRingHeaderSize + position));
   long next = position + shape.record_width + 1;
   if (static_cast<long>(shape.record_width) * shape.records <= next) next = 0;
   char header[24];  // next is below the ring limit: always eight digits
   std::snprintf(header, sizeof header, "%08ld\n", next);
-  (void)!::pwrite(fd.get(), header, kRingHeaderSize, 0);
+  (void)!::pwrite(fd, header, kRingHeaderSize, 0);
+}
+
+bool AppendRingRecord(const char *path, const RingShape &shape, const char *record,
+                      std::size_t length) {
+  Fd fd(OpenOrCreateRing(path));
+  if (!fd.ok()) return false;
+  WriteRingRecord(fd.get(), shape, record, length);
   return true;
+}
+
+LibraryLogBatch::LibraryLogBatch() {
+  ScopedMutex lock(g_hLocalLoggingMutex);
+  ++g_held.batches;
+}
+
+LibraryLogBatch::~LibraryLogBatch() {
+  ScopedMutex lock(g_hLocalLoggingMutex);
+  if (--g_held.batches == 0) CloseHeldLog();
 }
 
 }  // namespace snmplumi
@@ -151,9 +193,15 @@ using snmplumi::ScopedMutex;
 void LumiLocalLog(const char *Msg, DWORD ErrorCode) {
   ScopedMutex lock(g_hLocalLoggingMutex);
   char path[4096];
-  if (FormatPath(path, sizeof path, "%s/snmplumi.log", snmplumi::DataDir())) {
+  if (!FormatPath(path, sizeof path, "%s/snmplumi.log", snmplumi::DataDir())) return;
+  int held = snmplumi::HeldLogFor(path);
+  if (held < 0) {
     snmplumi::WriteCodedRecord(path, Msg, ErrorCode);
+    return;
   }
+  char record[160];
+  std::size_t n = snmplumi::FormatCodedRecord(record, Msg, ErrorCode);
+  snmplumi::WriteRingRecord(held, snmplumi::kLibraryLogShape, record, n);
 }
 
 void LumiLocalLogM(int index, const char *Msg, DWORD ErrorCode) {

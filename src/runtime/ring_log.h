@@ -25,6 +25,22 @@ inline constexpr std::size_t kRingHeaderSize = 9;
 bool AppendRingRecord(const char *path, const RingShape &shape, const char *record,
                       std::size_t length);
 
+// Writes one record at the position the header of the open file fd names.
+void WriteRingRecord(int fd, const RingShape &shape, const char *record, std::size_t length);
+
+// While a batch is open, the library log stays open between records instead of being opened
+// for each: loading writes some 150 records in a row and a watch pass several per card, and the
+// opens cost more than the writes. Each record still reads and moves the header, so records of
+// other writers interleave correctly; a log removed during a batch receives the batch's
+// remaining records in the removed file. Batches nest and may span threads.
+class LibraryLogBatch {
+ public:
+  LibraryLogBatch();
+  ~LibraryLogBatch();
+  LibraryLogBatch(const LibraryLogBatch &) = delete;
+  LibraryLogBatch &operator=(const LibraryLogBatch &) = delete;
+};
+
 // pthread_mutex_lock for the span of a scope; a failed lock is not unlocked.
 class ScopedMutex {
  public:
