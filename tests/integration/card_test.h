@@ -15,6 +15,15 @@
 
 namespace snmplumi::testing {
 
+// A report line of a card that answered nothing.
+inline constexpr char kNoReading[] = " - -- --- --- --- --  -- - --- -- ---- ---  --- --- ----  - ";
+
+// A number as the value buffer of a GET or SET.
+template <class T>
+char *Raw(T &number) {
+  return reinterpret_cast<char *>(&number);
+}
+
 class CardTest : public ::testing::Test {
  protected:
   // Starts the cards and points net-snmp at them: call before any request of the process.
@@ -34,9 +43,8 @@ class CardTest : public ::testing::Test {
   // The SETs the cards carried out: a lossy run also journals the ones the network lost.
   std::vector<upssim::JournalEntry> Applied() const {
     std::vector<upssim::JournalEntry> applied;
-    for (const upssim::JournalEntry &entry : sim_->Journal()) {
+    for (const upssim::JournalEntry &entry : sim_->Journal())
       if (entry.answer != "dropped") applied.push_back(entry);
-    }
     return applied;
   }
   // Starts the library log afresh, between the rows of a table.

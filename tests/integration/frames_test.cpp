@@ -90,9 +90,7 @@ TEST_F(FramesTest, DelayAndIdentityCommandsReachTheCards) {
   EXPECT_EQ(written("a") + " " + written("b"), "464 464");
 
   struct Read {
-    const char *code;
-    const char *oid;
-    const char *card_value;
+    const char *code, *oid, *card_value;
     std::string answer;
   };
   const std::string long_serial(60, 'S');

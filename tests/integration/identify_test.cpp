@@ -11,8 +11,7 @@
 namespace snmplumi::testing {
 namespace {
 
-using Set = std::pair<std::string, std::string>;  // object, value
-constexpr char kNoReading[] = " - -- --- --- --- --  -- - --- -- ---- ---  --- --- ----  - ";
+using Set = std::pair<std::string, std::string>;      // object, value
 constexpr char kWhen[] = "Sun Nov 22 23:28:00 2026";  // kSomeTime in UTC
 constexpr char kParameters[] =
     "ShutoffDelay=90\nReturnDelay=5\nHighTransferVolt=110\nLowTransferVolt=90\nConfigAlarm=2\n"
@@ -160,9 +159,8 @@ TEST_F(IdentifyTest, GroupSettingsGapsAndBadInput) {
     std::string command;  // to the simulator first
     int index, flag;
     std::vector<Set> sets;
-    std::string model;    // recorded
-    std::string reports;  // as Reports() gives them
-    const char *logged;   // a line the log begins with, or nullptr
+    std::string model, reports;  // recorded; as Reports() gives them
+    const char *logged;          // a line the log begins with, or nullptr
   };
   // clang-format off
   const Row rows[] = {

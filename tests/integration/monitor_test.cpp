@@ -1,6 +1,5 @@
 // The power-state watch, the status queries and the reports against simulated cards.
 #include <cstdint>
-#include <map>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -14,8 +13,6 @@ namespace snmplumi::testing {
 namespace {
 
 using upssim::Op;
-
-constexpr char kNoReading[] = " - -- --- --- --- --  -- - --- -- ---- ---  --- --- ----  - ";
 
 class MonitorTest : public CardTest {
  protected:
@@ -116,23 +113,16 @@ TEST_F(MonitorTest, OtherGroupKeepsItsTimeOutUntilTheTimeReadsZero) {
   std::strcpy(UpsIpOther[2], Ip("b"));
   PowerFailWaitOther = 15;
   sim_->PowerFailure("b", true);
-  struct Step {
-    const char *ticks;
-    int word;
-    const char *event;
-  };
-  const Step steps[] = {
-      {"1200", 0x10, " UPS[102] Battery running [12sec]!?"},
-      {"1600", 0x18, "**** UPS[102} PowerFail[16sec] TimeOut! -->shutdown ! ****"},
-      {"1000", 0x18, " UPS[102] Battery running [10sec]"},
-      {"0", 0, " other_UPS[102] is not switched battery"},
-  };
-  for (const Step &step : steps) {
-    sim_->Set("b", mib::upsBasicBatteryTimeOnBattery, 't', step.ticks);
+  for (auto [ticks, word, event] :
+       {std::tuple{"1200", 0x10, " UPS[102] Battery running [12sec]!?"},
+        {"1600", 0x18, "**** UPS[102} PowerFail[16sec] TimeOut! -->shutdown ! ****"},
+        {"1000", 0x18, " UPS[102] Battery running [10sec]"},
+        {"0", 0, " other_UPS[102] is not switched battery"}}) {
+    sim_->Set("b", mib::upsBasicBatteryTimeOnBattery, 't', ticks);
     KavAcSnmpCheck();
-    EXPECT_EQ(ups_Other_X1[0][2], step.word) << step.ticks;
-    EXPECT_EQ(ups_Other_X1_t, step.word) << "the summary of the group";
-    EXPECT_EQ(NewEvents(), (std::vector<LogRecord>{{0, step.event}}));
+    EXPECT_EQ(ups_Other_X1[0][2], word) << ticks;
+    EXPECT_EQ(ups_Other_X1_t, word) << "the summary of the group";
+    EXPECT_EQ(NewEvents(), (std::vector<LogRecord>{{0, event}}));
   }
 }
 
@@ -143,28 +133,14 @@ TEST_F(MonitorTest, ReportScheduleCoversEveryGroupInElevenPasses) {
   std::strcpy(UpsIpServer[9], Ip("b"));
   std::strcpy(UpsIpOther[7], Ip("a"));
   std::strcpy(UpsIpOther[8], Ip("b"));
-  const std::vector<std::vector<std::string>> passes = {{"MYUPS.LOG", "MYUPS_2.LOG"},
-                                                        {"UPS000.LOG"},
-                                                        {"UPS009.LOG"},
-                                                        {"UPS107.LOG"},
-                                                        {},
-                                                        {},
-                                                        {},
-                                                        {},
-                                                        {},
-                                                        {},
-                                                        {"UPS108.LOG"}};
-  const std::vector<std::string> files = {"MYUPS.LOG",  "MYUPS_2.LOG", "UPS000.LOG",
-                                          "UPS009.LOG", "UPS107.LOG",  "UPS108.LOG"};
-  std::map<std::string, std::size_t> before;
-  for (std::size_t pass = 0; pass < passes.size(); ++pass) {
+  // Each file and the pass that writes its one report.
+  const std::pair<const char *, int> files[] = {{"MYUPS.LOG", 0},  {"MYUPS_2.LOG", 0},
+                                                {"UPS000.LOG", 1}, {"UPS009.LOG", 2},
+                                                {"UPS107.LOG", 3}, {"UPS108.LOG", 10}};
+  for (int pass = 0; pass < 11; ++pass) {
     KavAcSnmpCheck();
-    std::vector<std::string> reported;
-    for (const std::string &file : files) {
-      if (Reports(file) != before[file]) reported.push_back(file);
-      before[file] = Reports(file);
-    }
-    EXPECT_EQ(reported, passes[pass]) << "pass " << pass;
+    for (auto [file, when] : files)
+      EXPECT_EQ(Reports(file), pass >= when ? 1u : 0u) << file << pass;
   }
   EXPECT_EQ(WatchingCounter, 0);
   // A first UPS registered in the UPS information file leaves pass 0 to the identification.
@@ -256,10 +232,14 @@ TEST_F(MonitorTest, InputStatusClassesAtEachLimit) {
 TEST_F(MonitorTest, DetailQueriesTrustOnlyACardThatTakesTheirWrite) {
   FakeClock clock(kSomeTime);
   char *ip = const_cast<char *>(Ip("a"));
-  int out[8];
+  int o[8];
+  auto detail = [&] { return GetUpsDetailStatusFromSnmp(ip, &o[0], &o[1], &o[2], &o[3], &o[4]); };
+  auto detail2 = [&] {
+    return GetUpsDetailStatusFromSnmp2(ip, &o[0], &o[1], &o[2], &o[3], &o[5], &o[6], &o[4]);
+  };
   sim_->InjectError("a", mib::upsBasicIdentName, Op::kSet, 4);
-  EXPECT_EQ(GetUpsDetailStatusFromSnmp(ip, &out[0], &out[1], &out[2], &out[3], &out[4]), 0);
-  EXPECT_EQ(std::vector<int>(out, out + 5), std::vector<int>(5, 99999));
+  EXPECT_EQ(detail(), 0);
+  EXPECT_EQ(std::vector<int>(o, o + 5), std::vector<int>(5, 99999));
   EXPECT_EQ(sim_->Journal().size(), 4u) << "four attempts at the write";
   EXPECT_EQ(clock.sleeps, (std::vector<unsigned long>{400000, 400000, 400000}));
   EXPECT_EQ(NewEvents().back(),
@@ -267,28 +247,24 @@ TEST_F(MonitorTest, DetailQueriesTrustOnlyACardThatTakesTheirWrite) {
                                               "] name error! check=1"}));
   sim_->ClearErrors("a");
   sim_->Oversize("a", mib::upsBasicIdentName, 300);  // written back as far as the buffer holds
-  EXPECT_EQ(GetUpsDetailStatusFromSnmp(ip, &out[0], &out[1], &out[2], &out[3], &out[4]), 1);
+  EXPECT_EQ(detail(), 1);
   EXPECT_EQ(Applied().back().value.size(), 129u);
   sim_->PowerFailure("a", true, 4);
   for (auto [ticks, line] : {std::pair{"1500", false}, {"1400", true}}) {
     sim_->Set("a", mib::upsBasicBatteryTimeOnBattery, 't', ticks);
-    EXPECT_EQ(GetUpsDetailStatusFromSnmp(ip, &out[0], &out[1], &out[2], &out[3], &out[4]), 1);
-    EXPECT_EQ(out[0], 3);
-    EXPECT_EQ(out[4], 4) << "the cause of the transfer";
+    EXPECT_EQ(detail(), 1);
+    EXPECT_EQ(o[0], 3);
+    EXPECT_EQ(o[4], 4) << "the cause of the transfer";
     EXPECT_EQ(NewEvents().size(), line ? 1u : 0u) << ticks;
   }
   sim_->Set("a", mib::upsBasicStateOutputState, 's', std::string(64, '0'));
-  EXPECT_EQ(GetUpsDetailStatusFromSnmp2(ip, &out[0], &out[1], &out[2], &out[3], &out[5], &out[6],
-                                        &out[4]),
-            0);
+  EXPECT_EQ(detail2(), 0);
   EXPECT_EQ(NewEvents().back().message.rfind("not Serial Communication(", 0), 0u);
   sim_->Set("a", mib::upsBasicStateOutputState, 's', "000001" + std::string(58, '0'));
   sim_->Set("a", mib::upsAdvBatteryTemperature, 'u', "31");
   sim_->InjectError("a", mib::upsAdvBatteryReplaceIndicator, Op::kGet, 5);
-  EXPECT_EQ(GetUpsDetailStatusFromSnmp2(ip, &out[0], &out[1], &out[2], &out[3], &out[5], &out[6],
-                                        &out[4]),
-            1);
-  EXPECT_EQ(out[6], 31) << "an unread replace indicator leaves the temperature in its place";
+  EXPECT_EQ(detail2(), 1);
+  EXPECT_EQ(o[6], 31) << "an unread replace indicator leaves the temperature in its place";
 }
 
 TEST_F(MonitorTest, GroupQueryStopsAskingAfterThirtyOneFailures) {
@@ -332,28 +308,21 @@ TEST_F(MonitorTest, HostInformationHasItsFixedResults) {
   EXPECT_EQ(GetDromlumiDllVersion(version), 1);
   EXPECT_EQ(NewEvents().size(), 1u) << "no status lines of a silent card";
 
+  // Each index fills as many bytes as its item holds; an unknown one leaves the buffer alone.
   std::strcpy(UpsCommunity, "lumi");
   SnmpTrapInt = 10000;
-  char data[1024];
-  const std::pair<int, std::size_t> sizes[] = {{1, 64}, {2, 1024}, {4, 64},
-                                               {6, 4},  {9, 2},    {12, 1024}};
+  char data[1025];
+  const std::pair<int, std::size_t> sizes[] = {{1, 64}, {2, 1024},  {4, 64}, {6, 4},  {9, 2},
+                                               {10, 2}, {12, 1024}, {0, 0},  {13, 0}, {-1, 0}};
   for (auto [index, size] : sizes) {
     std::memset(data, '#', sizeof data);
     EXPECT_EQ(KavAcGetInfo(data, index), 1);
-    EXPECT_NE(data[size - 1], '#') << index;
-    if (size < sizeof data) {
-      EXPECT_EQ(data[size], '#') << index;
-    }
+    EXPECT_EQ(std::string(data, sizeof data).find('#'), size) << index;
   }
   EXPECT_EQ(KavAcGetInfo(data, 4), 1);
   EXPECT_STREQ(data, "lumi");
   EXPECT_EQ(KavAcGetInfo(data, 7), 1);
   EXPECT_EQ(std::memcmp(data, &SnmpTrapInt, 4), 0);
-  for (int index : {0, 13, -1}) {
-    std::memset(data, '#', 8);
-    EXPECT_EQ(KavAcGetInfo(data, index), 1);
-    EXPECT_EQ(data[0], '#') << index;
-  }
   EXPECT_EQ(GetUpscApiSupportLevel(), UpscApiSupportLevel);
 }
 
