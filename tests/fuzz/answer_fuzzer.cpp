@@ -3,33 +3,16 @@
 // last one again once they run out), then with a well-formed noSuchName, so that a request whose
 // answer net-snmp refuses still ends at once.
 //
-// Input: one byte choosing the read, then answers, each a kind byte, a length (2 bytes,
-// little-endian) and that many bytes:
-//   0 the value: a type byte and its content, encoded as one well-formed element
-//   1 the value element as raw bytes
-//   2 the error status: the content of its INTEGER
-//   3 the variable list's content as raw bytes
-//   4 the PDU after its request id as raw bytes
-//   5 a PDU type byte, then the value as in 0
-//   6 the whole datagram as raw bytes
-//   7 a count byte, then the value as in 0, in that many variables
+// Input: one byte choosing the read, then answers, each a kind byte (see Build), a length (2
+// bytes, little-endian) and that many bytes.
 #include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
-#include <string>
+#include <sstream>
 #include <string_view>
 #include <thread>
 #include <vector>
@@ -47,11 +30,10 @@ using snmplumi::fuzz::Check;
 constexpr char kCardAddress[] = "127.93.0.1";
 constexpr char kUpsObject[] = ".1.3.6.1.4.1.318.1.1.1.1.1.2.0";
 
-// BER: one element at the front of in, its tag and content; the element whole in *whole.
-bool NextElement(std::string_view &in, uint8_t &tag, std::string_view &content,
+// BER: one element at the front of in, its content; the element whole in *whole.
+bool NextElement(std::string_view &in, std::string_view &content,
                  std::string_view *whole = nullptr) {
   if (in.size() < 2) return false;
-  tag = static_cast<uint8_t>(in[0]);
   std::size_t length = static_cast<uint8_t>(in[1]);
   std::size_t at = 2;
   if (length & 0x80) {
@@ -86,26 +68,15 @@ struct Request {
 };
 
 bool ParseRequest(std::string_view datagram, Request &request) {
-  uint8_t tag;
-  std::string_view message, field, whole;
-  if (!NextElement(datagram, tag, message) || !NextElement(message, tag, field) ||
-      !NextElement(message, tag, field)) {
+  std::string_view message, pdu, list, variable, community, field, id, variables, name;
+  if (!NextElement(datagram, message) || !NextElement(message, field) ||
+      !NextElement(message, community) || !NextElement(message, pdu) ||
+      !NextElement(pdu, field, &id) || !NextElement(pdu, field) || !NextElement(pdu, field) ||
+      !NextElement(pdu, list, &variables) || !NextElement(list, variable) ||
+      !NextElement(variable, field, &name)) {
     return false;
   }
-  request.community = field;
-  std::string_view pdu;
-  if (!NextElement(message, tag, pdu) || !NextElement(pdu, tag, field, &whole)) return false;
-  request.request_id = whole;
-  if (!NextElement(pdu, tag, field) || !NextElement(pdu, tag, field) ||
-      !NextElement(pdu, tag, field, &whole)) {
-    return false;
-  }
-  request.variables = whole;
-  std::string_view variable;
-  if (!NextElement(field, tag, variable) || !NextElement(variable, tag, field, &whole)) {
-    return false;
-  }
-  request.name = whole;
+  request = {std::string(community), std::string(id), std::string(variables), std::string(name)};
   return true;
 }
 
@@ -133,39 +104,29 @@ std::string Variables(const Request &request, const std::string &value, int coun
   return Element(0x30, list);
 }
 
+// The answer of kind answer.kind % 8 (see the table) built around answer.bytes.
 std::string Build(const Answer &answer, const Request &request) {
-  const std::string_view bytes = answer.bytes;
+  const std::string_view bytes = answer.bytes, rest = bytes.substr(bytes.empty() ? 0 : 1);
+  const uint8_t first = bytes.empty() ? 0 : static_cast<uint8_t>(bytes[0]);
   const std::string no_error = kZero + kZero;
-  switch (answer.kind % 8) {
-    case 0:
-      return Datagram(request, 0xa2, no_error + Variables(request, Value(bytes)));
-    case 1:
-      return Datagram(request, 0xa2, no_error + Variables(request, std::string(bytes)));
-    case 2:
-      return Datagram(request, 0xa2,
-                      Element(0x02, bytes) + Element(0x02, "\x01") + request.variables);
-    case 3:
-      return Datagram(request, 0xa2, no_error + Element(0x30, bytes));
-    case 4:
-      return Datagram(request, 0xa2, bytes);
-    case 5:
-      return Datagram(request, bytes.empty() ? 0xa2 : static_cast<uint8_t>(bytes[0]),
-                      no_error + Variables(request, Value(bytes.substr(bytes.empty() ? 0 : 1))));
-    case 6:
-      return std::string(bytes);
-    default:
-      return Datagram(
-          request, 0xa2,
-          no_error + Variables(request, Value(bytes.substr(bytes.empty() ? 0 : 1)),
-                               bytes.empty() ? 2 : 2 + static_cast<uint8_t>(bytes[0]) % 7));
-  }
+  const std::string after_id[] = {
+      no_error + Variables(request, Value(bytes)),        // 0: a value, tag and content
+      no_error + Variables(request, std::string(bytes)),  // 1: the value element raw
+      Element(0x02, bytes) + Element(0x02, "\x01") + request.variables,  // 2: an error status
+      no_error + Element(0x30, bytes),             // 3: the variable list's content raw
+      std::string(bytes),                          // 4: the PDU after its request id raw
+      no_error + Variables(request, Value(rest)),  // 5: a PDU type byte, then as 0
+      "",                                          // 6: the whole datagram raw
+      no_error + Variables(request, Value(rest), 2 + first % 7),  // 7: a count byte, then as 0
+  };
+  const int kind = answer.kind % 8;
+  if (kind == 6) return std::string(bytes);
+  return Datagram(request, kind == 5 && !bytes.empty() ? first : 0xa2, after_id[kind]);
 }
 
 // The card: a UDP socket on loopback and a thread answering from the current script.
-class Card {
- public:
+struct Card {
   Card() {
-    socket_ = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     inet_pton(AF_INET, kCardAddress, &address.sin_addr);
@@ -173,7 +134,7 @@ class Card {
     Check(bind(socket_, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 &&
               getsockname(socket_, reinterpret_cast<sockaddr *>(&address), &length) == 0,
           "the card binds a loopback port");
-    port_ = ntohs(address.sin_port);
+    port = ntohs(address.sin_port);
     timeval wake{0, 100000};  // to notice the end
     setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &wake, sizeof wake);
     thread_ = std::thread([this] { Serve(); });
@@ -183,14 +144,11 @@ class Card {
     thread_.join();
     close(socket_);
   }
-  uint16_t port() const { return port_; }
   void Script(std::vector<Answer> answers) {
     std::lock_guard<std::mutex> lock(mutex_);
     answers_ = std::move(answers);
     next_ = 0;
   }
-
- private:
   void Serve() {
     std::vector<char> buffer(65536);
     while (!stop_) {
@@ -200,25 +158,19 @@ class Card {
                            reinterpret_cast<sockaddr *>(&from), &length);
       Request request;
       if (n <= 0 || !ParseRequest(std::string_view(buffer.data(), n), request)) continue;
-      std::optional<std::string> first;
-      {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (!answers_.empty())
-          first = Build(answers_[std::min(next_++, answers_.size() - 1)], request);
-      }
-      const std::string fallback = Datagram(
-          request, 0xa2, Element(0x02, "\x02") + Element(0x02, "\x01") + request.variables);
       auto send = [&](const std::string &datagram) {
         sendto(socket_, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&from),
                length);
       };
-      if (first) send(*first);
-      send(fallback);
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (!answers_.empty()) send(Build(answers_[std::min(next_++, answers_.size() - 1)], request));
+      send(Datagram(request, 0xa2,
+                    Element(0x02, "\x02") + Element(0x02, "\x01") + request.variables));
     }
   }
 
-  int socket_ = -1;
-  uint16_t port_ = 0;
+  uint16_t port = 0;
+  int socket_ = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   std::atomic<bool> stop_{false};
   std::mutex mutex_;
   std::vector<Answer> answers_;
@@ -230,15 +182,12 @@ struct Setup {
   Setup() {
     snmplumi::testing::PutFile(
         home.root() + "/snmp.conf",
-        "defaultPort " + std::to_string(card.port()) + "\ntimeout 1\nretries 0\n");
+        "defaultPort " + std::to_string(card.port) + "\ntimeout 1\nretries 0\n");
     setenv("SNMPCONFPATH", home.root().c_str(), 1);
     for (char *slot : UpsIp) std::strcpy(slot, "127.0.0.1");
-    std::strcpy(UpsIp[0], kCardAddress);
-    std::strcpy(UpsIpServer[0], kCardAddress);
-    std::strcpy(UpsIpOther[0], kCardAddress);
+    for (char *slot : {UpsIp[0], UpsIpServer[0], UpsIpOther[0]}) std::strcpy(slot, kCardAddress);
     std::strcpy(UpsCommunity, "public");
-    GetRetryMax = 2;
-    SetRetryMax = 2;
+    GetRetryMax = SetRetryMax = 2;
     snmplumi::testing::PutFile(home.data("ac_e_net.apc"),
                                "[UPS1]\nShutoffDelay=180\nReturnDelay=60\nHighTransferVolt=253\n"
                                "LowTransferVolt=196\nConfigAlarm=1\nConfigAlarmTimer=30\n"
@@ -250,15 +199,14 @@ struct Setup {
   // key lines only and its address.
   void CheckRecord() const {
     const std::string text = snmplumi::testing::FileText(home.data("UPS/UPSinfo.ini"));
+    std::istringstream lines(text);
     int headers = 0;
-    std::size_t start = 0;
-    for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
-      const std::string line = text.substr(start, end - start);
+    for (std::string line; std::getline(lines, line);) {
       headers += line.starts_with('[') ? 1 : 0;
       Check(line.starts_with('[') || line.find('=') != std::string::npos,
             "a record holds key lines only");
     }
-    Check(headers == 1 && start == text.size(), "a record keeps one header and whole lines");
+    Check(headers == 1 && text.ends_with('\n'), "a record keeps one header and whole lines");
     char ip[snmplumi::kConfigValueSize];
     ReadConfigFileEx("UPS/UPSinfo.ini", "1000", "IP", ip);
     Check(std::strcmp(ip, kCardAddress) == 0, "a record keeps its address");
@@ -278,14 +226,9 @@ struct Setup {
   Card card;
 };
 
-bool Known(DWORD result) {
-  return result == 0 || result == 1 || result == UPS_E_NO_SERVER || result == UPS_E_CANT_ACCESS;
-}
-
 // A frame of exactly 48 bytes, sent as the host sends it.
 void Frame(const char *request) {
   auto frame = std::make_unique<char[]>(48);
-  std::memset(frame.get(), 0, 48);
   std::memcpy(frame.get(), request, std::strlen(request));
   TovLumiSend(0, 0, frame.get(), 48);
   // The host reads an answer by its length: a length past position 46 sends it past its buffer.
@@ -296,82 +239,42 @@ void Frame(const char *request) {
 void Read(const Setup &setup, unsigned choice) {
   char ip[sizeof kCardAddress];
   std::strcpy(ip, kCardAddress);
-  constexpr char kLetters[] = "iutasxdonb";
   if (choice < 20) {
     // SnmpGetR copies at most this much: a byte more would be past the end.
     auto value = std::make_unique<char[]>(snmplumi::kExportedValueLimit);
-    DWORD result =
-        SnmpGetR(ip, kUpsObject, kLetters[choice % 10], value.get(), choice < 10 ? 1 : 2);
-    Check(Known(result), "SnmpGetR answers one of its result codes");
+    const DWORD result =
+        SnmpGetR(ip, kUpsObject, "iutasxdonb"[choice % 10], value.get(), choice < 10 ? 1 : 2);
+    Check(result == 0 || result == 1 || result == UPS_E_NO_SERVER || result == UPS_E_CANT_ACCESS,
+          "SnmpGetR answers one of its result codes");
     return;
   }
   int a = 0, b = 0, c = 0, d = 0, e = 0, f = 0, g = 0;
   auto state = std::make_unique<char[]>(65);
   auto report = std::make_unique<char[]>(160);
-  switch (choice) {
-    case 20:
-      GetUpsStatusFromSnmp(ip, &a);
-      break;
-    case 21:
-      GetUpsInputStatusFromSnmp(ip, &a);
-      break;
-    case 22:
-      GetUpsDetailStatusFromSnmp(ip, &a, &b, &c, &d, &e);
-      break;
-    case 23:
-      GetUpsDetailStatusFromSnmp2(ip, &a, &b, &c, &d, &e, &f, &g);
-      break;
-    case 24:
-      GetUpsDetailStatusFromSnmp3(ip, &a, &b, &c, &d, &e, state.get());
-      Check(std::strlen(state.get()) <= 64, "the state flags end within 65 bytes");
-      break;
-    case 25:
-      SnmpGetReport(9000, report.get());
-      break;
-    case 26:
-      setup.FreshRecord();
-      SnmpGetReport(1000, report.get());
-      break;
-    case 27:
-      KavAcSnmpCheck();
-      break;
-    case 28:
-      GetTrapReport(9000);
-      break;
-    case 29:
-      Frame("H010000");
-      break;
-    case 30:
-      Frame("0F20000");
-      break;
-    case 31:
-      Frame("1B20000");
-      break;
-    case 32:
-      Frame("1520000");
-      break;
-    case 33:
-      Frame("181000801011200");
-      break;
-    case 34:
-      setup.FreshRecord();
-      UPSCheckSnmpRequest(1000, 0);
-      setup.CheckRecord();
-      break;
-    case 35:
-      setup.FreshRecord();
-      UPSCheckSnmpRequest2(1000, 0);
-      break;
-    case 36:
-      WaitDromStartUp(0);
-      break;
-    default:
-      SetUpsSleepOffbySnmp(ip, 0, snmplumi::testing::kSomeTime + 3600);
-      break;
-  }
-  if (choice == 25 || choice == 26) {
-    Check(std::strlen(report.get()) < 160, "a report line ends within 160 bytes");
-  }
+  // Choices 20 and up, in order.
+  const std::function<void()> reads[] = {
+      [&] { GetUpsStatusFromSnmp(ip, &a); },
+      [&] { GetUpsInputStatusFromSnmp(ip, &a); },
+      [&] { GetUpsDetailStatusFromSnmp(ip, &a, &b, &c, &d, &e); },
+      [&] { GetUpsDetailStatusFromSnmp2(ip, &a, &b, &c, &d, &e, &f, &g); },
+      [&] { GetUpsDetailStatusFromSnmp3(ip, &a, &b, &c, &d, &e, state.get()); },
+      [&] { SnmpGetReport(9000, report.get()); },
+      [&] { setup.FreshRecord(), SnmpGetReport(1000, report.get()); },
+      [] { KavAcSnmpCheck(); },
+      [] { GetTrapReport(9000); },
+      [] { Frame("H010000"); },
+      [] { Frame("0F20000"); },
+      [] { Frame("1B20000"); },
+      [] { Frame("1520000"); },
+      [] { Frame("181000801011200"); },
+      [&] { setup.FreshRecord(), UPSCheckSnmpRequest(1000, 0), setup.CheckRecord(); },
+      [&] { setup.FreshRecord(), UPSCheckSnmpRequest2(1000, 0); },
+      [] { WaitDromStartUp(0); },
+      [&] { SetUpsSleepOffbySnmp(ip, 0, snmplumi::testing::kSomeTime + 3600); },
+  };
+  reads[choice - 20]();
+  Check(std::strlen(state.get()) <= 64, "the state flags end within 65 bytes");
+  Check(std::strlen(report.get()) < 160, "a report line ends within 160 bytes");
 }
 
 }  // namespace
@@ -379,7 +282,6 @@ void Read(const Setup &setup, unsigned choice) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static Setup setup;
   if (size < 1) return 0;
-  const unsigned choice = data[0] % 38;
   std::vector<Answer> answers;
   for (std::size_t at = 1; at + 3 <= size;) {
     const std::size_t length =
@@ -389,7 +291,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     at += 3 + length;
   }
   setup.card.Script(std::move(answers));
-  Read(setup, choice);
+  Read(setup, data[0] % 38);
   setup.clock.sleeps.clear();
   return 0;
 }

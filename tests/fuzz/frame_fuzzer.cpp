@@ -1,8 +1,6 @@
 // TovLumiSend over arbitrary frames, with no UPS configured and no retries, so that no request
 // is ever sent and nothing waits: every frame exercises the parsing, the handlers' answers and
 // the rebuilding, in exactly 48 bytes of the fuzzer's own.
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <memory>
 
@@ -14,8 +12,7 @@ namespace {
 struct Setup {
   Setup() {
     for (char *slot : UpsIp) std::strcpy(slot, "127.0.0.1");
-    GetRetryMax = 0;
-    SetRetryMax = 0;
+    GetRetryMax = SetRetryMax = 0;
     std::strcpy(UpsOffMode, "S");
   }
   snmplumi::testing::TempHome home;
@@ -27,7 +24,6 @@ struct Setup {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static Setup setup;
   auto frame = std::make_unique<char[]>(48);
-  std::memset(frame.get(), 0, 48);
   std::memcpy(frame.get(), data, size < 48 ? size : 48);
   TovLumiSend(0, 0, frame.get(), 48);
   setup.clock.sleeps.clear();

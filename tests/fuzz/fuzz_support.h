@@ -4,7 +4,7 @@
 
 #include <unistd.h>
 
-#include <cstddef>
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -30,11 +30,9 @@ inline void Check(bool condition, const char *what, const char *detail = "") {
 // Consumes the input up to the next NUL (or its end) as one text field: a NUL cannot be part of
 // a C string anyway, and seeds stay readable.
 inline std::string NextField(const uint8_t *&data, std::size_t &size) {
-  const void *nul = std::memchr(data, '\0', size);
-  std::size_t length =
-      nul != nullptr ? static_cast<std::size_t>(static_cast<const uint8_t *>(nul) - data) : size;
-  std::string field(reinterpret_cast<const char *>(data), length);
-  std::size_t used = nul != nullptr ? length + 1 : length;
+  const std::string rest(reinterpret_cast<const char *>(data), size);
+  const std::string field = rest.substr(0, rest.find('\0'));
+  const std::size_t used = std::min(field.size() + 1, size);
   data += used;
   size -= used;
   return field;

@@ -3,13 +3,8 @@
 // capacity (1 byte), ring index (1 byte), then the text. In conversion mode the result must be
 // what the own parser's rules give.
 #include <cctype>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "fuzz_support.h"

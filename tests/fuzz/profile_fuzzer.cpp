@@ -3,14 +3,8 @@
 // A well-formed file and request must read back what was written.
 #include <algorithm>
 #include <cctype>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <memory>
-#include <string>
 
 #include "fuzz_support.h"
 #include "runtime/format_line.h"
@@ -21,7 +15,6 @@
 namespace {
 
 using snmplumi::fuzz::Check;
-
 using snmplumi::fuzz::NextField;
 
 struct Setup {
@@ -31,10 +24,7 @@ struct Setup {
 };
 
 bool HasBlank(const std::string &text) {
-  for (char c : text) {
-    if (std::isspace(static_cast<unsigned char>(c))) return true;
-  }
-  return false;
+  return std::any_of(text.begin(), text.end(), [](char c) { return std::isspace(c & 0xff); });
 }
 
 // A file whose lines survive a rewrite unchanged and are read whole: no NUL, no '%', every line

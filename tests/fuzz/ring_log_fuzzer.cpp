@@ -4,16 +4,9 @@
 // no file), then the message. Afterwards the header must name a record boundary inside the
 // ring, the file must not be longer than a full ring, and the record must be where it says.
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
+#include <filesystem>
 
 #include "fuzz_support.h"
 #include "runtime/ring_log.h"
@@ -34,20 +27,7 @@ uint32_t Word(const uint8_t *data) {
   return data[0] | (data[1] << 8) | (data[2] << 16) | (uint32_t{data[3]} << 24);
 }
 
-std::string ReportPath(const Setup &setup, int index) {
-  char name[64];
-  if (index == 9000) {
-    std::snprintf(name, sizeof name, "UPS/MYUPS.LOG");
-  } else if (index > 9000) {
-    std::snprintf(name, sizeof name, "UPS/MYUPS_%d.LOG", index - 9000);
-  } else if (index >= 1000) {
-    std::snprintf(name, sizeof name, "UPS/UPS%04d.LOG", index);
-  } else {
-    std::snprintf(name, sizeof name, "UPS/UPS%03d.LOG", index);
-  }
-  return setup.home.data(name);
-}
-
+// The header and one record only: a file near the end of its ring is a megabyte.
 std::string Bytes(const std::string &path, long at, std::size_t count) {
   std::string bytes(count, '\0');
   int fd = open(path.c_str(), O_RDONLY);
@@ -66,29 +46,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const auto index = static_cast<int>(Word(data + 1));
   const DWORD code = Word(data + 5);
   const std::size_t n = data[9];
-  data += 10;
-  size -= 10;
-  const std::size_t content_size = n == 0 ? 0 : std::min(n - 1, size);
-  const std::string content(reinterpret_cast<const char *>(data), content_size);
-  data += content_size;
-  size -= content_size;
+  const std::size_t content_size = n == 0 ? 0 : std::min(n - 1, size - 10);
+  const std::string content(reinterpret_cast<const char *>(data + 10), content_size);
+  data += 10 + content_size;
+  size -= 10 + content_size;
   const std::string message = snmplumi::fuzz::NextField(data, size);
 
-  std::string path;
+  // The file each writer writes; %03d gives the four digits of 1000 to 8999 as well.
+  char name[64];
   if (writer == 0) {
-    path = setup.home.data("snmplumi.log");
+    std::snprintf(name, sizeof name, "snmplumi.log");
   } else if (writer == 1) {
-    char name[64];
     std::snprintf(name, sizeof name, "snmptrap/snmp%03d.log", index);
-    path = setup.home.data(name);
+  } else if (index == 9000) {
+    std::snprintf(name, sizeof name, "UPS/MYUPS.LOG");
   } else {
-    path = ReportPath(setup, index);
+    std::snprintf(name, sizeof name, index > 9000 ? "UPS/MYUPS_%d.LOG" : "UPS/UPS%03d.LOG",
+                  index > 9000 ? index - 9000 : index);
   }
+  const std::string path = setup.home.data(name);
   std::remove(path.c_str());
   if (n != 0) snmplumi::testing::PutFile(path, content);
-
-  const snmplumi::RingShape &shape =
-      writer == 2 ? snmplumi::kReportLogShape : snmplumi::kLibraryLogShape;
   if (writer == 0) {
     LumiLocalLog(message.c_str(), code);
   } else if (writer == 1) {
@@ -97,37 +75,34 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     ReportLog(index, message.c_str());
   }
 
+  const snmplumi::RingShape &shape =
+      writer == 2 ? snmplumi::kReportLogShape : snmplumi::kLibraryLogShape;
   const long record_size = shape.record_width + 1;
   const long limit = static_cast<long>(shape.record_width) * shape.records;
   const long last_record = (limit - 1) / record_size * record_size;
-  // The header and the record only: a file near the end of its ring is a megabyte.
-  struct stat status {};
-  Check(stat(path.c_str(), &status) == 0, "the file is there", path.c_str());
-  const long file_size = status.st_size;
-  Check(file_size <= static_cast<long>(snmplumi::kRingHeaderSize) + last_record + record_size,
-        "the file is no longer than a full ring", path.c_str());
-  const std::string header = Bytes(path, 0, snmplumi::kRingHeaderSize);
-  Check(header.size() == snmplumi::kRingHeaderSize && header[8] == '\n', "a header", path.c_str());
-  for (int i = 0; i < 8; ++i)
-    Check(header[i] >= '0' && header[i] <= '9', "eight digits", path.c_str());
-  const long next = std::atol(header.substr(0, 8).c_str());
-  Check(next < limit && next % record_size == 0, "the header names a record boundary",
-        path.c_str());
+  const long header_size = snmplumi::kRingHeaderSize;
+  Check(std::filesystem::exists(path), "the file is there", name);
+  Check(static_cast<long>(std::filesystem::file_size(path)) <=
+            header_size + last_record + record_size,
+        "the file is no longer than a full ring", name);
+  const std::string header = Bytes(path, 0, header_size);
+  Check(header.size() == static_cast<std::size_t>(header_size) &&
+            header.find_first_not_of("0123456789") == 8 && header[8] == '\n',
+        "a header of eight digits", name);
+  const long next = std::atol(header.c_str());
+  Check(next < limit && next % record_size == 0, "the header names a record boundary", name);
 
-  const long at = snmplumi::kRingHeaderSize + (next == 0 ? last_record : next - record_size);
+  const long at = header_size + (next == 0 ? last_record : next - record_size);
   const std::string record = Bytes(path, at, static_cast<std::size_t>(record_size));
-  Check(record.size() == static_cast<std::size_t>(record_size), "the record is there",
-        path.c_str());
+  Check(record.size() == static_cast<std::size_t>(record_size), "the record is there", name);
   std::string field = message.substr(0, snmplumi::kLogMessageWidth);
   field.resize(snmplumi::kLogMessageWidth, ' ');
   Check(record.back() == '\n' &&
             record.compare(record.size() - 1 - field.size(), field.size(), field) == 0,
-        "the record ends with the message field", path.c_str());
-  if (writer != 2) {
-    char coded[16];
-    std::snprintf(coded, sizeof coded, "[%08x]", static_cast<unsigned>(code));
-    Check(record.compare(20, 10, coded) == 0, "the record shows the code", path.c_str());
-  }
+        "the record ends with the message field", name);
+  char coded[16];
+  std::snprintf(coded, sizeof coded, "[%08x]", static_cast<unsigned>(code));
+  Check(writer == 2 || record.compare(20, 10, coded) == 0, "the record shows the code", name);
   std::remove(path.c_str());
   return 0;
 }

@@ -1,16 +1,11 @@
-// Everything a host does, all at once for a few seconds: an event wait with stops and events,
-// command frames, watch passes, status queries, profile writes and reads, log writes. Under
-// ThreadSanitizer no race; everywhere no deadlock, every answer the one given alone, every log
-// record whole and every profile file holding values that were written.
+// Everything a host does, all at once for a few seconds. Under ThreadSanitizer no race;
+// everywhere no deadlock, every answer the one given alone, every log record whole and every
+// profile file holding values that were written.
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <regex>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "card_test.h"
 #include "ring_check.h"
@@ -43,38 +38,21 @@ std::string Status(const char *ip) {
   return text;
 }
 
-class ConcurrentHostTest : public CardTest {
- protected:
-  void SetUp() override {
-    StartCards({"ups0", "ups1", "ups2"});
-    PutFile(home_.data("config.apc"), "[Lumi]\nTraceMode=ON\n");
-    PutFile(home_.data("snmp.apc"), "[Snmp]\nUPS_IP=" + std::string(Ip("ups0")) +
-                                        "\nUPS_IP1=" + Ip("ups1") + "\nUPS_IP2=" + Ip("ups2") +
-                                        "\nUPS_Com=public\nNO_TRAP=Y\n");
-    lib_init();
-  }
+// The value n a "tN-n" profile value holds, or -1.
+long Round(const char *value) {
+  long n = -1;
+  return std::sscanf(value, "t%*d-%ld", &n) == 1 ? n : -1;
+}
 
-  // Runs body(round) on a thread of its own until the stress is over.
-  void Spawn(const std::string &name, std::function<void(long)> body) {
-    threads_.emplace_back([this, body, &rounds = rounds_[name]] {
-      for (; !done_; ++rounds) body(rounds);
-      ++finished_;
-    });
-  }
-  void Fail(const std::string &what) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    failures_.push_back(what);
-  }
-
-  std::atomic<bool> done_{false};
-  std::atomic<int> finished_{0};
-  std::map<std::string, std::atomic<long>> rounds_;
-  std::vector<std::thread> threads_;
-  std::mutex mutex_;
-  std::vector<std::string> failures_;
-};
+using ConcurrentHostTest = CardTest;
 
 TEST_F(ConcurrentHostTest, ConcurrentHostThreadsLeaveWholeLogsAndValidProfiles) {
+  StartCards({"ups0", "ups1", "ups2"});
+  PutFile(home_.data("config.apc"), "[Lumi]\nTraceMode=ON\n");
+  PutFile(home_.data("snmp.apc"), "[Snmp]\nUPS_IP=" + std::string(Ip("ups0")) +
+                                      "\nUPS_IP1=" + Ip("ups1") + "\nUPS_IP2=" + Ip("ups2") +
+                                      "\nUPS_Com=public\nNO_TRAP=Y\n");
+  lib_init();
   ASSERT_EQ(NO_TRAP_SERVICE, 1);
   std::map<std::string, std::string> alone;  // the answers with nothing else running
   for (const char *request : kFrames) alone[request] = Send(request);
@@ -83,16 +61,27 @@ TEST_F(ConcurrentHostTest, ConcurrentHostThreadsLeaveWholeLogsAndValidProfiles) 
   ASSERT_EQ(alone["ups0"].substr(0, 2), "2 ") << "every value read";
   SnmpEnd();  // the threads open the sessions again, all at once
 
+  std::atomic<bool> done{false};
+  std::atomic<int> finished{0};
+  std::map<std::string, std::atomic<long>> rounds;
+  std::vector<std::thread> threads;
+  // Runs body(round) on a thread of its own until the stress is over.
+  auto spawn = [&](const std::string &name, std::function<void(long)> body) {
+    threads.emplace_back([&, body, &count = rounds[name]] {
+      for (; !done; ++count) body(count);
+      ++finished;
+    });
+  };
   std::atomic<long> waits{0};
-  Spawn("event wait", [&](long) {
+  spawn("event wait", [&](long) {
     char buffer[64] = "untouched";
     const int result = TovLumiGet(0, nullptr, buffer);
     if (result != 1 || buffer != std::string(47, '0') + "8") {
-      if (result != 0 || buffer != std::string("untouched")) Fail("wait: " + std::string(buffer));
+      if (result != 0 || buffer != std::string("untouched")) ADD_FAILURE() << "wait " << buffer;
     }
     ++waits;
   });
-  Spawn("stops and events", [&](long round) {
+  spawn("stops and events", [&](long round) {
     std::this_thread::sleep_for(std::chrono::milliseconds(round * 37 % 300));
     const long before = waits;
     const SteadyClock::time_point asked = SteadyClock::now();
@@ -104,38 +93,34 @@ TEST_F(ConcurrentHostTest, ConcurrentHostThreadsLeaveWholeLogsAndValidProfiles) 
       TovLumiStop();
     }
     while (waits == before && SteadyClock::now() - asked < 3s) std::this_thread::sleep_for(5ms);
-    if (waits == before) Fail("a stop or event unanswered after 3 s");  // "about a second"
+    EXPECT_NE(waits, before) << "a stop or event unanswered after 3 s";  // "about a second"
   });
-  Spawn("frames", [&](long round) {
+  spawn("frames", [&](long round) {
     const char *request = kFrames[round % std::size(kFrames)];
-    if (std::string answer = Send(request); answer != alone.at(request)) Fail("frame " + answer);
+    EXPECT_EQ(Send(request), alone.at(request));
   });
-  Spawn("watch", [&](long) {
-    if (KavAcSnmpCheck() != 1) Fail("watch");
-  });
-  Spawn("status", [&](long round) {
+  spawn("watch", [](long) { EXPECT_EQ(KavAcSnmpCheck(), 1); });
+  spawn("status", [&](long round) {
     const char *card = kCards[round % 3];
-    if (std::string status = Status(Ip(card)); status != alone.at(card))
-      Fail(card + (" " + status));
+    EXPECT_EQ(Status(Ip(card)), alone.at(card)) << card;
   });
   // Locked writes never lose a value; unlocked ones may, but never damage a file.
   for (const char *key : {"t0", "t1"}) {
-    Spawn(key, [key](long round) {
+    spawn(key, [key](long round) {
       const std::string value = key + ("-" + std::to_string(round));
       WriteConfigFileEx("locked.ini", "Sec", key, value.c_str());
       WriteConfigFileEx2("free.ini", "Sec", key, value.c_str());
     });
   }
-  Spawn("profile reads", [&, latest = std::map<std::string, long>()](long round) mutable {
+  spawn("profile reads", [latest = std::map<std::string, long>()](long round) mutable {
     const std::string key = round % 2 == 0 ? "t0" : "t1";
     char value[kConfigValueSize];
     ReadConfigFileEx("locked.ini", "Sec", key.c_str(), value);
-    long n = -1;
     if (value == std::string(kDefaultValue)) return;
-    if (std::sscanf(value, "t%*d-%ld", &n) != 1 || n < latest[key]) Fail("read " + key + value);
-    latest[key] = n;
+    EXPECT_GE(Round(value), latest[key]) << key << " " << value;
+    latest[key] = Round(value);
   });
-  Spawn("logs", [](long round) {
+  spawn("logs", [](long round) {
     const std::string message = "stress record " + std::to_string(round);
     LumiLocalLog(message.c_str(), static_cast<DWORD>(round));
     LumiLocalLogM(static_cast<int>(round % 2), message.c_str(), 0);
@@ -143,23 +128,18 @@ TEST_F(ConcurrentHostTest, ConcurrentHostThreadsLeaveWholeLogsAndValidProfiles) 
   });
 
   std::this_thread::sleep_for(4s);
-  done_ = true;
-  for (auto asked = SteadyClock::now(); finished_ < static_cast<int>(threads_.size());) {
+  done = true;
+  for (auto asked = SteadyClock::now(); finished < static_cast<int>(threads.size());) {
     if (SteadyClock::now() - asked > 60s) {
-      std::fprintf(stderr, "deadlock: %d threads still running\n",
-                   static_cast<int>(threads_.size()) - finished_);
+      std::fprintf(stderr, "deadlock: %zu threads still running\n", threads.size() - finished);
       std::abort();
     }
     TovLumiStop();  // the last wait
     std::this_thread::sleep_for(50ms);
   }
-  for (std::thread &thread : threads_) thread.join();
+  for (std::thread &thread : threads) thread.join();
 
-  for (const std::string &failure : failures_) ADD_FAILURE() << failure;
-  for (auto &[name, rounds] : rounds_) {
-    std::printf("%s: %ld rounds\n", name.c_str(), rounds.load());
-    EXPECT_GT(rounds, 0) << name;
-  }
+  for (auto &[name, count] : rounds) EXPECT_GT(count, 0) << name;
   const std::regex coded(R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d \[[0-9a-f]{8}\] [^\n]{80}\n)");
   const std::regex report(R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d [^\n]{80}\n)");
   for (const char *log : {"snmplumi.log", "snmptrap/snmp000.log", "snmptrap/snmp001.log"}) {
@@ -173,14 +153,12 @@ TEST_F(ConcurrentHostTest, ConcurrentHostThreadsLeaveWholeLogsAndValidProfiles) 
     EXPECT_TRUE(std::regex_match(FileText(home_.data(file)), profile)) << file;
   }
   for (const std::string key : {"t0", "t1"}) {
-    const std::string last = key + "-" + std::to_string(rounds_[key] - 1);
     char value[kConfigValueSize];
     ReadConfigFileEx("locked.ini", "Sec", key.c_str(), value);
-    EXPECT_EQ(value, last) << "every locked write arrived";
+    EXPECT_EQ(value, key + "-" + std::to_string(rounds[key] - 1)) << "every locked write arrived";
     ReadConfigFileEx("free.ini", "Sec", key.c_str(), value);
-    long n = -1;
     EXPECT_TRUE(value == std::string(kDefaultValue) ||
-                (std::sscanf(value, "t%*d-%ld", &n) == 1 && n < rounds_[key]))
+                (Round(value) >= 0 && Round(value) < rounds[key]))
         << value;
   }
 }

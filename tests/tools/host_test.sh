@@ -7,11 +7,7 @@ host=$1
 upssim=$2
 dir=$(mktemp -d)
 sim_pid=
-cleanup() {
-  [ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null
-  rm -rf "$dir"
-}
-trap cleanup EXIT
+trap '[ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null; rm -rf "$dir"' EXIT
 failures=0
 fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 
@@ -28,9 +24,9 @@ for block in $(seq 0 20); do
     sleep 0.1
   done
   grep -qs '^ready' "$dir/sim.out" && break
-  kill "$sim_pid" 2>/dev/null || true
-  status=0
-  wait "$sim_pid" || status=$?
+  kill "$sim_pid" 2>/dev/null
+  wait "$sim_pid"
+  status=$?
   sim_pid=
   [ "$status" -eq 2 ] || break  # 2: an address in use; anything else stays
 done
@@ -56,10 +52,10 @@ export SNMPLUMI_HOME=$home SNMPCONFPATH=$dir/snmp SNMP_PERSISTENT_DIR=$dir/netsn
 
 # run EXPECTED_STATUS ARGS...: the output in $out; a wrong exit status is a failure.
 run() {
-  local expected=$1
+  local expected=$1 status
   shift
   out=$("$host" "$@" 2>&1)
-  local status=$?
+  status=$?
   [ "$status" -eq "$expected" ] || fail "$* exited $status, not $expected:"$'\n'"$out"
 }
 # sees TEXT...: each text appears in $out.
@@ -103,10 +99,9 @@ run 0 watch --passes 1; sees "slot 0     $net.1       00     00     no event"
 run 1 wait --poll --timeout 1 --interval 0
 sees "TovLumiGet: 1 (stopped)" "status string  000000000000000000000000000000000000000000000008"
 "$host" wait --poll --interval 0 > "$dir/wait.out" 2>&1 &
-wait_pid=$!
 sleep 1
-kill -TERM "$wait_pid"
-wait "$wait_pid"
+kill -TERM $!
+wait $!
 [ $? -eq 1 ] && grep -q "^SIGTERM: TovLumiStop" "$dir/wait.out" || fail "SIGTERM: $(cat "$dir/wait.out")"
 
 # The main UPS on battery for 45 s: one pass notices it, the next finds the wait exceeded, the

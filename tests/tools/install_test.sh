@@ -22,13 +22,10 @@ libdir=$(pkg-config --variable=libdir snmplumi)
 cat > "$dir/host.c" <<'EOF'
 #include <snmplumi.h>
 #include <stdio.h>
-#include <string.h>
 
 int main(void) {
   char frame[64];
-  memset(frame, ' ', 48);
-  memcpy(frame, "0120000", 7); /* code, 0, length 000 */
-  frame[48] = '\0';
+  snprintf(frame, sizeof frame, "%-48s", "0120000"); /* code, 0, length 000 */
   int result = TovLumiSend(0, 0, frame, 48);
   printf("%s %s %u %d %.9s%c\n", UpsIp[0], UpsCommunity, (unsigned)PowerFailWait, result, frame,
          frame[47]);

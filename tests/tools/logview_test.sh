@@ -27,10 +27,9 @@ actual=$("$logview" --raw --since '2026/11/22 23:28:05' "$dir/wrapped.log")
 actual=$("$logview" --code 0x9 --until 2026-11-22T23:28:04 "$dir/wrapped.log")
 [ "$actual" = "2026/11/22 23:28:04 [00000009] fourth" ] || fail "code, until" "$actual"
 
-[ -z "$("$logview" "$dir/fresh.log")" ] || { echo "a fresh file has no records"; exit 1; }
-
+[ -z "$("$logview" "$dir/fresh.log")" ] || fail "a fresh file has no records" ""
 padded=$("$logview" --keep-padding "$dir/one.log")
-[ "${#padded}" -eq 111 ] || { echo "padding kept: ${#padded} characters"; exit 1; }
+[ "${#padded}" -eq 111 ] || fail "padding kept: ${#padded} characters" "$padded"
 
 # Header "0000x112", then a record, a torn one, a record older than the first.
 { printf '0000x112\n'; record 4 "fourth"; printf '%0111d\n' 0; record 3 "third"; } > "$dir/damaged.log"
@@ -41,8 +40,8 @@ actual=$("$logview" "$dir/damaged.log" 2>"$dir/damaged.err") || status=$?
 grep -q 'damaged.log: damaged header "0000x112\\n"' "$dir/damaged.err" || fail "no damaged header" "$(cat "$dir/damaged.err")"
 grep -q 'damaged.log: torn record at byte 121 skipped' "$dir/damaged.err" || fail "no torn record" "$(cat "$dir/damaged.err")"
 
-if "$logview" "$dir/missing.log" 2>/dev/null; then echo "a missing file must fail"; exit 1; fi
-if "$logview" --since yesterday "$dir/one.log" 2>/dev/null; then echo "a bad time must fail"; exit 1; fi
+! "$logview" "$dir/missing.log" 2>/dev/null || fail "a missing file must fail" ""
+! "$logview" --since yesterday "$dir/one.log" 2>/dev/null || fail "a bad time must fail" ""
 
 # Following a fresh file while records are written the way the library writes them: the record
 # first, then the header.
