@@ -23,15 +23,12 @@ class MonitorTest : public CardTest {
 
   // The library log since the last call, without the exchanges the watch logs for each GET.
   std::vector<LogRecord> NewEvents() {
-    std::vector<LogRecord> events;
     auto log = LibraryLog(home_);
-    for (std::size_t i = seen_; i < log.size(); ++i) {
-      const std::string &message = log[i].message;
-      if (message.rfind(" get [", 0) != 0 && message.rfind("get = ", 0) != 0) {
-        events.push_back(log[i]);
-      }
-    }
+    std::vector<LogRecord> events(log.begin() + seen_, log.end());
     seen_ = log.size();
+    std::erase_if(events, [](const LogRecord &record) {
+      return record.message.starts_with(" get [") || record.message.starts_with("get = ");
+    });
     return events;
   }
   std::size_t Reports(const std::string &file) {
