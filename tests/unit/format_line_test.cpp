@@ -1,10 +1,8 @@
 #include "runtime/format_line.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
 #include <cstdio>
-#include <string>
+
+#include "unit_test.h"
 
 namespace snmplumi {
 namespace {

@@ -1,22 +1,13 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <string>
-#include <tuple>
-#include <vector>
 
-#include "snmplumi.h"
-#include "test_home.h"
+#include "unit_test.h"
 
 namespace snmplumi::testing {
 namespace {
 
-class LocksTest : public ::testing::Test {
- protected:
-  TempHome home_;
-};
+using LocksTest = HomeTest;
 
 TEST_F(LocksTest, SleepUsesWholeSecondsFromOneSecondOn) {
   FakeClock clock(kSomeTime);
@@ -35,11 +26,7 @@ TEST_F(LocksTest, LockModes) {
       {0, EDEADLK, {}}, {1, EBUSY, std::vector<unsigned long>(25, 200000)}, {2, -1, {}}};
   for (const auto &[mode, result, sleeps] : rows) {
     FakeClock clock(kSomeTime);
-    pthread_mutexattr_t attributes;
-    pthread_mutexattr_init(&attributes);
-    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
-    pthread_mutex_t mutex;
-    pthread_mutex_init(&mutex, &attributes);
+    pthread_mutex_t mutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
     pthread_mutex_lock(&mutex);  // held by this thread: locking again fails, trying too
     g_iMutexMode = mode;
     errno = ENOENT;
@@ -48,8 +35,6 @@ TEST_F(LocksTest, LockModes) {
     EXPECT_EQ(clock.sleeps, sleeps) << "mode " << mode;
     EXPECT_EQ(kavac_pthread_mutex_unlock(&mutex, locked, 7), 0);
     EXPECT_EQ(pthread_mutex_unlock(&mutex), 0) << "a failed lock leaves the mutex held";
-    pthread_mutex_destroy(&mutex);
-    pthread_mutexattr_destroy(&attributes);
   }
   EXPECT_EQ(LibraryLog(home_),
             (std::vector<LogRecord>{

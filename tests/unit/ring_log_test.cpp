@@ -1,14 +1,6 @@
-#include <gtest/gtest.h>
-
-#include <filesystem>
 #include <regex>
-#include <string>
-#include <thread>
-#include <tuple>
-#include <vector>
 
-#include "snmplumi.h"
-#include "test_home.h"
+#include "unit_test.h"
 
 namespace snmplumi::testing {
 namespace {
@@ -22,13 +14,11 @@ std::string Field(const std::string &message) {
   return field;
 }
 
-class RingLogTest : public ::testing::Test {
+class RingLogTest : public HomeTest {
  protected:
   void SetUp() override { UseUtc(); }
 
   std::string LogPath() const { return home_.data("snmplumi.log"); }
-
-  TempHome home_;
   FakeClock clock_{kSomeTime};
 };
 
@@ -36,43 +26,37 @@ class RingLogTest : public ::testing::Test {
 // message field is cut or padded to 80 characters.
 TEST_F(RingLogTest, HeaderGivesWhereTheNextRecordGoes) {
   const std::string x80(80, 'x'), y81 = std::string(80, 'y') + "z";
-  struct Row {
-    const char *file;
-    const char *header;  // nullptr: no file yet
-    long at;
-    const char *next;
-    const char *message = "next";
-    std::string field = "next";  // before padding
-  } rows[] = {
-      {"snmplumi.log", nullptr, 0, "00000112"},
-      {"snmplumi.log", "00000\n", 0, "00000112"},  // the short header of a new file
-      {"snmplumi.log", "00000224\n", 224, "00000336", x80.c_str(), x80},
-      {"snmplumi.log", "00000336\n", 336, "00000448", y81.c_str(), y81.substr(0, 80)},
-      {"snmplumi.log", "00000448\n", 448, "00000560", "", ""},
-      {"snmplumi.log", "00000560\n", 560, "00000672", nullptr, ""},
-      {"snmplumi.log", "-0000050\n", 0, "00000112"},       // only a hand-damaged header is negative
-      {"snmplumi.log", "99999999\n", 0, "00000112"},       // past the ring: it starts again
-      {"snmplumi.log", "00000300\n", 224, "00000336"},     // inside a record: at its start
-      {"snmplumi.log", "00887824\n", 887824, "00887936"},  // record 7928
-      {"snmplumi.log", "00887936\n", 887936, "00000000"},  // record 7929 wraps
-      {"UPS/MYUPS.LOG", "00999799\n", 999799, "00999900"},  // record 9900
-      {"UPS/MYUPS.LOG", "00999900\n", 999900, "00000000"},  // record 9901 wraps
+  const std::tuple<const char *, const char *, long, const char *, const char *> rows[] = {
+      // The file, its header (nullptr: no file yet), where the record goes, the next header.
+      {"snmplumi.log", nullptr, 0, "00000112", "next"},
+      {"snmplumi.log", "00000\n", 0, "00000112", "next"},  // the short header of a new file
+      {"snmplumi.log", "00000224\n", 224, "00000336", x80.c_str()},
+      {"snmplumi.log", "00000336\n", 336, "00000448", y81.c_str()},
+      {"snmplumi.log", "00000448\n", 448, "00000560", ""},
+      {"snmplumi.log", "00000560\n", 560, "00000672", nullptr},
+      {"snmplumi.log", "-0000050\n", 0, "00000112", "next"},        // only a hand-damaged header is
+      {"snmplumi.log", "99999999\n", 0, "00000112", "next"},        // negative, or past the ring
+      {"snmplumi.log", "00000300\n", 224, "00000336", "next"},      // inside a record: at its start
+      {"snmplumi.log", "00887824\n", 887824, "00887936", "next"},   // record 7928
+      {"snmplumi.log", "00887936\n", 887936, "00000000", "next"},   // record 7929 wraps
+      {"UPS/MYUPS.LOG", "00999799\n", 999799, "00999900", "next"},  // record 9900
+      {"UPS/MYUPS.LOG", "00999900\n", 999900, "00000000", "next"},  // record 9901 wraps
   };
-  for (const Row &row : rows) {
-    std::string path = home_.data(row.file);
+  for (const auto &[file, header, at, next, message] : rows) {
+    std::string path = home_.data(file);
     std::filesystem::remove(path);
-    if (row.header != nullptr) PutFile(path, row.header);
+    if (header != nullptr) PutFile(path, header);
     std::string record = "2026/11/22 23:28:00 ";
-    if (std::string(row.file) == "snmplumi.log") {
-      LumiLocalLog(row.message, 0x2a);
+    if (std::string(file) == "snmplumi.log") {
+      LumiLocalLog(message, 0x2a);
       record += "[0000002a] ";
     } else {
-      ReportLog(9000, row.message);
+      ReportLog(9000, message);
     }
     std::string content = FileText(path);
-    EXPECT_EQ(content.substr(0, 9), std::string(row.next) + "\n") << row.header;
+    EXPECT_EQ(content.substr(0, 9), std::string(next) + "\n") << header;
     // The record is the last thing in the file.
-    EXPECT_EQ(content.substr(9 + row.at), record + Field(row.field) + "\n") << row.header;
+    EXPECT_EQ(content.substr(9 + at), record + Field(message ? message : "") + "\n") << header;
   }
 }
 
@@ -112,16 +96,12 @@ TEST_F(RingLogTest, WriterThatCannotCreateItsFileLosesTheRecord) {
 
 // Every record whole, and every one counted once in the header.
 TEST_F(RingLogTest, ConcurrentWritersLeaveOnlyWholeRecords) {
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 8; ++t) {
-    threads.emplace_back([t] {
-      for (int n = 0; n < 2000; ++n) {
-        std::string msg = "thread " + std::to_string(t) + " record " + std::to_string(n);
-        LumiLocalLog(msg.c_str(), static_cast<DWORD>(t));
-      }
-    });
-  }
-  for (auto &thread : threads) thread.join();
+  RunThreads(8, [](int t) {
+    for (int n = 0; n < 2000; ++n) {
+      std::string msg = "thread " + std::to_string(t) + " record " + std::to_string(n);
+      LumiLocalLog(msg.c_str(), static_cast<DWORD>(t));
+    }
+  });
   EXPECT_EQ(FileText(LogPath()).substr(0, 9), "00015904\n") << "(16000 - 2 * 7929) * 112";
   const std::regex whole(R"(2026/11/22 23:28:00 \[0000000([0-7])\] thread \1 record \d+ *)");
   auto records = RingRecords(LogPath(), kLibraryRecord);
@@ -129,33 +109,32 @@ TEST_F(RingLogTest, ConcurrentWritersLeaveOnlyWholeRecords) {
   for (const std::string &record : records) ASSERT_TRUE(std::regex_match(record, whole)) << record;
 }
 
-TEST_F(RingLogTest, StatusCodesMapToTheirCharacterAndMessage) {
+// Status 0 logs nothing; the others log "Command Error(name)" with the mode as the code.
+TEST_F(RingLogTest, StatusCodesMapToTheirCharacterAndLoggedName) {
   const std::tuple<DWORD, char, const char *> rows[] = {
-      {0x80000000u, 'F', "Command Error(UPS_ERROR)"},
-      {0x80000003u, 'F', "Command Error(UPS_E_BAD_PROTCOL)"},
-      {0x80000005u, 'A', "Command Error(UPS_E_UNAVAILABLE)"},
-      {0x80000009u, 'A', "Command Error(UPS_E_INVALID_PARAM)"},
-      {0x8000000Bu, 'F', "Command Error(UPS_E_NO_REGISTER)"},
-      {0x8000000Eu, 'F', "Command Error(UPS_E_NOT_KAVPC)"},
-      {0x80000011u, '9', "Command Error(UPS_E_MANAGER_CONNECTED)"},
-      {0x80000012u, '7', "Command Error(UPSC_E_PROCESS_NOW)"},
-      {0x80100000u, 'F', "Command Error(UPS_ERROR_ABNORMAL)"},
-      {0x80100001u, '7', "Command Error(UPS_E_NO_SERVER)"},
-      {0x80100002u, 'F', "Command Error(UPS_E_CANT_ACCESS)"},
-      {0x80100004u, 'F', "Command Error(UPS_E_CANT_SERVER_ATTACH)"},
-      {0x80100006u, 'F', "Command Error(UPS_E_SERVER_SHUTDOWN_NOW)"},
-      {0x80100007u, 'F', "Command Error(UPS_E_SHUTDOWN_NOW)"},
-      {0x80100008u, 'F', "Command Error(UPS_E_NO_SHUTDOWN)"},
-      {0x8010000Au, 'F', "Command Error(UPS_E_REGISTER_FAIL)"},
-      {0x8010000Du, 'A', "Command Error(UPS_E_NOT_COMMAND_UPS)"},
-      {0x80000001u, 'F', "Command Error(?)"},
-      {0, '0', nullptr},  // logs nothing
-  };
+      {0x80000000u, 'F', "UPS_ERROR"},
+      {0x80000003u, 'F', "UPS_E_BAD_PROTCOL"},
+      {0x80000005u, 'A', "UPS_E_UNAVAILABLE"},
+      {0x80000009u, 'A', "UPS_E_INVALID_PARAM"},
+      {0x8000000Bu, 'F', "UPS_E_NO_REGISTER"},
+      {0x8000000Eu, 'F', "UPS_E_NOT_KAVPC"},
+      {0x80000011u, '9', "UPS_E_MANAGER_CONNECTED"},
+      {0x80000012u, '7', "UPSC_E_PROCESS_NOW"},
+      {0x80100000u, 'F', "UPS_ERROR_ABNORMAL"},
+      {0x80100001u, '7', "UPS_E_NO_SERVER"},
+      {0x80100002u, 'F', "UPS_E_CANT_ACCESS"},
+      {0x80100004u, 'F', "UPS_E_CANT_SERVER_ATTACH"},
+      {0x80100006u, 'F', "UPS_E_SERVER_SHUTDOWN_NOW"},
+      {0x80100007u, 'F', "UPS_E_SHUTDOWN_NOW"},
+      {0x80100008u, 'F', "UPS_E_NO_SHUTDOWN"},
+      {0x8010000Au, 'F', "UPS_E_REGISTER_FAIL"},
+      {0x8010000Du, 'A', "UPS_E_NOT_COMMAND_UPS"},
+      {0x80000001u, 'F', "?"},
+      {0, '0', ""}};
   std::vector<LogRecord> logged;
-  unsigned mode = 100;  // the mode is the code of the log record
-  for (const auto &[status, character, message] : rows) {
+  for (unsigned mode = 0; const auto &[status, character, name] : rows) {
     EXPECT_EQ(SetErs2Status(static_cast<int>(mode), status), character) << std::hex << status;
-    if (message != nullptr) logged.push_back({mode, message});
+    if (status != 0) logged.push_back({mode, "Command Error(" + std::string(name) + ")"});
     ++mode;
   }
   EXPECT_EQ(LibraryLog(home_), logged);

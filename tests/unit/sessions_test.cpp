@@ -1,56 +1,42 @@
 // The session table. Opening a UDP session sends nothing, so these tests need no card.
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <cstring>
 #include <set>
-#include <string>
 
-#include "snmplumi.h"
-#include "test_home.h"
+#include "unit_test.h"
 
 namespace snmplumi::testing {
 namespace {
 
-class SessionsTest : public ::testing::Test {
+class SessionsTest : public HomeTest {
  protected:
   void SetUp() override {
     setenv("SNMPCONFPATH", home_.root().c_str(), 1);
     std::strcpy(UpsCommunity, "public");
   }
   void TearDown() override { SnmpEnd(); }
-
-  TempHome home_;
 };
 
-TEST_F(SessionsTest, SameCardReusesItsSession) {
+// An entry is an address with a community; a failed or empty open keeps the entry free.
+TEST_F(SessionsTest, EntriesAreFoundByAddressAndCommunity) {
+  EXPECT_EQ(AC_SnmpMgrOpen(""), nullptr);
+  EXPECT_EQ(AC_SnmpMgrOpen(nullptr), nullptr);
+  EXPECT_EQ(AC_SnmpMgrOpen("127.0.2.9:70000"), nullptr);  // no such port: fails locally
+  EXPECT_STREQ(g_session_tbl[0].UPSCommunity, "");
   LPSNMP_MGR_SESSION first = AC_SnmpMgrOpen("127.0.2.1");
   ASSERT_NE(first, nullptr);
   EXPECT_EQ(AC_SnmpMgrOpen("127.0.2.1"), first);
-  EXPECT_STREQ(g_session_tbl[0].IP, "127.0.2.1");
-  EXPECT_STREQ(g_session_tbl[0].UPSCommunity, "public");
   EXPECT_EQ(g_session_tbl[0].session, first);
-  EXPECT_STREQ(g_session_tbl[1].IP, "") << "only one session was opened";
-}
-
-TEST_F(SessionsTest, ChangedCommunityOpensASecondSession) {
-  LPSNMP_MGR_SESSION first = AC_SnmpMgrOpen("127.0.2.1");
   std::strcpy(UpsCommunity, "private");
   LPSNMP_MGR_SESSION second = AC_SnmpMgrOpen("127.0.2.1");
-  ASSERT_NE(second, nullptr);
+  EXPECT_NE(second, nullptr);
   EXPECT_NE(second, first);
+  EXPECT_STREQ(g_session_tbl[0].UPSCommunity, "public");
+  EXPECT_STREQ(g_session_tbl[1].IP, "127.0.2.1");
   EXPECT_STREQ(g_session_tbl[1].UPSCommunity, "private");
-  EXPECT_STREQ(g_session_tbl[0].IP, "127.0.2.1") << "the old entry stays in use";
+  EXPECT_STREQ(g_session_tbl[2].IP, "");
   std::strcpy(UpsCommunity, "public");
   EXPECT_EQ(AC_SnmpMgrOpen("127.0.2.1"), first);
-}
-
-TEST_F(SessionsTest, FailedOpenLeavesTheEntryFree) {
-  EXPECT_EQ(AC_SnmpMgrOpen("127.0.2.9:70000"), nullptr);  // no such port: fails locally
-  EXPECT_STREQ(g_session_tbl[0].IP, "");
-  EXPECT_STREQ(g_session_tbl[0].UPSCommunity, "");
-  EXPECT_NE(AC_SnmpMgrOpen("127.0.2.2"), nullptr);
-  EXPECT_STREQ(g_session_tbl[0].IP, "127.0.2.2") << "the next open takes the same entry";
 }
 
 TEST_F(SessionsTest, FullTableGivesNoSessionSilently) {
@@ -60,19 +46,16 @@ TEST_F(SessionsTest, FullTableGivesNoSessionSilently) {
   setrlimit(RLIMIT_NOFILE, &files);
   // Two sockets a card: the library's session and the one the host asked for.
   if (files.rlim_cur < 2100) GTEST_SKIP() << "needs 2100 descriptors, has " << files.rlim_cur;
-
   std::set<LPSNMP_MGR_SESSION> sessions;
   for (int i = 0; i < 999; ++i) {
     std::string address = "127.1." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1);
-    LPSNMP_MGR_SESSION session = AC_SnmpMgrOpen(address.c_str());
-    ASSERT_NE(session, nullptr) << address;
-    sessions.insert(session);
+    sessions.insert(AC_SnmpMgrOpen(address.c_str()));
   }
   EXPECT_EQ(sessions.size(), 999u);
+  EXPECT_EQ(sessions.count(nullptr), 0u);
   EXPECT_EQ(AC_SnmpMgrOpen("127.2.0.1"), nullptr);
   EXPECT_EQ(SnmpGetR("127.2.0.1", ".1.3.6.1.2.1.1.1.0", 's', nullptr, 1), UPS_E_NO_SERVER);
   EXPECT_STREQ(g_session_tbl[999].IP, "") << "entry 999 is never used";
-  EXPECT_EQ(g_session_tbl[999].session, nullptr);
   EXPECT_TRUE(LogMessages(home_).empty());
 }
 
@@ -91,38 +74,22 @@ TEST_F(SessionsTest, OverlongAddressOrCommunityIsRefusedAndLoggedOnce) {
   EXPECT_NE(AC_SnmpMgrOpen("127.0.2.1"), nullptr) << "31 characters fit";
 }
 
-TEST_F(SessionsTest, EndFreesEntriesByAddressOnly) {
+// SnmpEnd clears the addresses only; an empty address then matches the stale entry and gets
+// its old value back, but no request uses it. Slots outside the table have no card.
+TEST_F(SessionsTest, EndedAndMissingEntriesServeNoRequest) {
   LPSNMP_MGR_SESSION first = AC_SnmpMgrOpen("127.0.2.1");
   SnmpEnd();
   EXPECT_STREQ(g_session_tbl[0].IP, "");
-  EXPECT_STREQ(g_session_tbl[0].UPSCommunity, "public");
-  EXPECT_EQ(g_session_tbl[0].session, first);
-  // An empty address matches the stale entry and gets its old value back, but nothing uses it.
   EXPECT_EQ(AC_SnmpMgrOpen(""), first);
   char value[8];
   EXPECT_EQ(SnmpGetR("", ".1.3.6.1.2.1.1.1.0", 's', value, 1), UPS_E_NO_SERVER);
-  LPSNMP_MGR_SESSION reopened = AC_SnmpMgrOpen("127.0.2.1");
-  ASSERT_NE(reopened, nullptr);
-  EXPECT_STREQ(g_session_tbl[0].IP, "127.0.2.1");
-  SnmpEnd();
-  SnmpEnd();  // nothing left to close
-}
-
-TEST_F(SessionsTest, EmptyAddressOpensNothing) {
-  EXPECT_EQ(AC_SnmpMgrOpen(""), nullptr);
-  EXPECT_EQ(AC_SnmpMgrOpen(nullptr), nullptr);
-  EXPECT_STREQ(g_session_tbl[0].IP, "");
-  EXPECT_EQ(g_session_tbl[0].session, nullptr);
-}
-
-TEST_F(SessionsTest, SlotOutsideTheTableHasNoCard) {
-  char value[8];
   EXPECT_EQ(SnmpGet(".1.3.6.1.2.1.1.1.0", 's', value, 1, 130), UPS_E_NO_SERVER);
   EXPECT_EQ(SnmpGet(".1.3.6.1.2.1.1.1.0", 's', value, 1, -1), UPS_E_NO_SERVER);
-  int number = 1;
-  EXPECT_EQ(SnmpSet(".1.3.6.1.2.1.1.1.0", 'i', reinterpret_cast<char *>(&number), 4000),
-            UPS_E_NO_SERVER);
-  EXPECT_STREQ(g_session_tbl[0].IP, "");
+  EXPECT_EQ(SnmpSet(".1.3.6.1.2.1.1.1.0", 'i', value, 4000), UPS_E_NO_SERVER);
+  EXPECT_NE(AC_SnmpMgrOpen("127.0.2.1"), nullptr);
+  EXPECT_STREQ(g_session_tbl[0].IP, "127.0.2.1") << "the next open takes the entry again";
+  SnmpEnd();
+  SnmpEnd();  // nothing left to close
 }
 
 }  // namespace

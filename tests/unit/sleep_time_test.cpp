@@ -1,10 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <ctime>
 #include <limits>
 
 #include "power/orders.h"
+#include "unit_test.h"
 
 namespace snmplumi::testing {
 namespace {
