@@ -1,3 +1,7 @@
+#include "runtime/ring_log.h"
+
+#include <fcntl.h>
+
 #include <regex>
 
 #include "unit_test.h"
@@ -138,6 +142,38 @@ TEST_F(RingLogTest, StatusCodesMapToTheirCharacterAndLoggedName) {
     ++mode;
   }
   EXPECT_EQ(LibraryLog(home_), logged);
+}
+
+// Inside a batch the library log stays open, yet every record still goes where the header says,
+// also after the header was moved meanwhile; the file is closed with the outermost batch.
+TEST_F(RingLogTest, BatchHoldsTheLogOpenAndStillFollowsTheHeader) {
+  auto open_files = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+  };
+  const auto before = open_files();
+  {
+    LibraryLogBatch outer;
+    LumiLocalLog("one", 0);
+    {
+      LibraryLogBatch inner;
+      LumiLocalLog("two", 0);
+    }
+    EXPECT_EQ(open_files(), before + 1);
+    int fd = ::open(LogPath().c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(::pwrite(fd, "00001120\n", 9, 0), 9);
+    ::close(fd);
+    LumiLocalLog("three", 0);
+  }
+  EXPECT_EQ(open_files(), before);
+  LumiLocalLog("four", 0);
+  std::string text = FileText(LogPath());
+  EXPECT_EQ(text.substr(0, 9), "00001344\n");
+  for (auto [at, message] :
+       {std::pair<int, const char *>{0, "one"}, {112, "two"}, {1120, "three"}, {1232, "four"}}) {
+    EXPECT_EQ(text.substr(9 + at, kLibraryRecord),
+              "2026/11/22 23:28:00 [00000000] " + Field(message) + "\n")
+        << message;
+  }
 }
 
 }  // namespace
