@@ -1,10 +1,8 @@
-// The SNMP answer path: every read the library makes, answered over loopback UDP with the bytes
-// of the input. A card in this process answers each request with the input's next answer (the
-// last one again once they run out), then with a well-formed noSuchName, so that a request whose
-// answer net-snmp refuses still ends at once.
-//
-// Input: one byte choosing the read, then answers, each a kind byte (see Build), a length (2
-// bytes, little-endian) and that many bytes.
+// The SNMP answer path: every read the library makes, answered over loopback UDP from the input.
+// The card answers each request with the input's next answer (the last again once they run out),
+// then with a noSuchName, so that a request whose answer net-snmp refuses still ends at once.
+// Input: one byte choosing the read, then answers: a kind byte (see Build), a length (2 bytes,
+// little-endian) and that many bytes.
 #include <arpa/inet.h>
 #include <unistd.h>
 

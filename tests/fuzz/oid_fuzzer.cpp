@@ -15,12 +15,6 @@ namespace {
 
 using snmplumi::fuzz::Check;
 
-struct Setup {
-  // net-snmp reads the snmp.conf of the temporary home, which has none.
-  Setup() { setenv("SNMPCONFPATH", home.root().c_str(), 1); }
-  snmplumi::testing::TempHome home;
-};
-
 // The own parser's rules: a dot and a digit first; 32-bit sub-identifiers up to each dot, at
 // most 63 of them; the walk ends at any other character, where the number must be 0; the last
 // sub-identifier is that 0.
@@ -48,7 +42,10 @@ std::optional<std::vector<unsigned long>> OwnRules(const char *text, std::size_t
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  static Setup setup;
+  // net-snmp reads the snmp.conf of the temporary home, which has none.
+  static snmplumi::testing::TempHome home;
+  static const int environment = setenv("SNMPCONFPATH", home.root().c_str(), 1);
+  (void)environment;
   if (size < 3) return 0;
   g_bAC_MIBConvertMode = data[0] & 1;
   const std::size_t capacity = data[1];

@@ -3,10 +3,9 @@
 // index and code (4 bytes each, little-endian), n (1 byte), n - 1 bytes of file content (n = 0:
 // no file), then the message. Afterwards the header must name a record boundary inside the
 // ring, the file must not be longer than a full ring, and the record must be where it says.
-#include <fcntl.h>
-
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 
 #include "fuzz_support.h"
 #include "runtime/ring_log.h"
@@ -30,10 +29,9 @@ uint32_t Word(const uint8_t *data) {
 // The header and one record only: a file near the end of its ring is a megabyte.
 std::string Bytes(const std::string &path, long at, std::size_t count) {
   std::string bytes(count, '\0');
-  int fd = open(path.c_str(), O_RDONLY);
-  ssize_t n = fd >= 0 ? pread(fd, bytes.data(), count, at) : -1;
-  if (fd >= 0) close(fd);
-  bytes.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
+  std::ifstream in(path, std::ios::binary);
+  in.seekg(at).read(bytes.data(), static_cast<std::streamsize>(count));
+  bytes.resize(static_cast<std::size_t>(in.gcount()));
   return bytes;
 }
 

@@ -48,8 +48,20 @@ struct ProfileFile {
   }
 };
 
-[[noreturn]] void Writer(const std::vector<ProfileFile> &files, Shared &shared, long first) {
+// Every other writer starts with the logs: a round of rewrites can outlast a kill's delay.
+[[noreturn]] void Writer(const std::vector<ProfileFile> &files, Shared &shared, long first,
+                         bool logs_first) {
   for (long n = first;; ++n) {
+    const std::string message = "record " + std::to_string(n);
+    if (n != first || logs_first) {
+      shared.step = 3;
+      for (int i = 0; i < kBurst; ++i) LumiLocalLog(message.c_str(), static_cast<DWORD>(n));
+      shared.step = 4;
+      for (int i = 0; i < kBurst; ++i)
+        LumiLocalLogM(i % 10, message.c_str(), static_cast<DWORD>(n));
+      shared.step = 5;
+      for (int i = 0; i < kBurst; ++i) ReportLog(9000, message.c_str());
+    }
     for (std::size_t f = 0; f < files.size(); ++f) {
       shared.step = static_cast<int>(f);
       if (files[f].recreated && n % 4 == 0) {
@@ -65,13 +77,6 @@ struct ProfileFile {
       }
       shared.done[f] = n;
     }
-    const std::string message = "record " + std::to_string(n);
-    shared.step = 3;
-    for (int i = 0; i < kBurst; ++i) LumiLocalLog(message.c_str(), static_cast<DWORD>(n));
-    shared.step = 4;
-    for (int i = 0; i < kBurst; ++i) LumiLocalLogM(i % 10, message.c_str(), static_cast<DWORD>(n));
-    shared.step = 5;
-    for (int i = 0; i < kBurst; ++i) ReportLog(9000, message.c_str());
   }
 }
 
@@ -129,7 +134,7 @@ TEST(CrashTest, KilledWriterLeavesOldOrNewProfilesAndValidLogHeaders) {
     std::fflush(nullptr);
     const pid_t child = fork();
     ASSERT_GE(child, 0);
-    if (child == 0) Writer(files, shared, next);
+    if (child == 0) Writer(files, shared, next, kill_number % 2 == 1);
     std::this_thread::sleep_for(std::chrono::microseconds(random() % 20001));
     kill(child, SIGKILL);
     int status = 0;
@@ -151,7 +156,7 @@ TEST(CrashTest, KilledWriterLeavesOldOrNewProfilesAndValidLogHeaders) {
   std::printf("%ld rounds; kills in kept.ini %d, /dev/shm %d, fresh.ini %d, logs %d %d %d\n",
               next - 1, kills_at[0], kills_at[1], kills_at[2], kills_at[3], kills_at[4],
               kills_at[5]);
-  EXPECT_GT(next, 200) << "the writer hardly ever got to write";
+  EXPECT_GT(next, 100) << "the writer hardly ever got to write";
   munmap(memory, sizeof(Shared));
 }
 

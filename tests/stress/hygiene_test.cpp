@@ -26,33 +26,8 @@ constexpr int kRequestsPerCycle = 100;
 // open (a wait returns within a second of its event).
 constexpr int kSlowCycleEvery = 25;
 
-#ifdef SNMPLUMI_PIN_NETSNMP
-// Keeps net-snmp mapped after an unload, as the dlopen test does: LeakSanitizer cannot name the
-// frames of an unloaded module, so its suppressions would not apply.
-void PinNetSnmp() {
-  dl_iterate_phdr(
-      [](dl_phdr_info *info, size_t, void *) {
-        if (std::string(info->dlpi_name).find("libnetsnmp.so") != std::string::npos) {
-          dlopen(info->dlpi_name, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
-        }
-        return 0;
-      },
-      nullptr);
-}
-#endif
-
 long OpenDescriptors() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
-bool TrapPortFree() {
-  int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  sockaddr_in local{};
-  local.sin_family = AF_INET;
-  local.sin_port = htons(162);
-  bool bound = bind(fd, reinterpret_cast<sockaddr *>(&local), sizeof local) == 0;
-  close(fd);
-  return bound;
 }
 
 // The exports a cycle uses, looked up in one loaded copy of the library.
@@ -108,7 +83,7 @@ class HygieneTest : public ::testing::Test {
     *library.event = 1;
     pthread_mutex_unlock(library.event_mutex);
     EXPECT_EQ(wait.get(), 0);
-    EXPECT_NE(*library.listener, nullptr);
+    EXPECT_NE(*library.listener, nullptr) << "an event leaves the listener open";
     return *library.listener != nullptr;
   }
 
@@ -116,7 +91,16 @@ class HygieneTest : public ::testing::Test {
     void *handle = dlopen(SNMPLUMI_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(handle, nullptr) << dlerror();
 #ifdef SNMPLUMI_PIN_NETSNMP
-    PinNetSnmp();
+    // LeakSanitizer cannot name the frames of an unloaded module: net-snmp stays mapped so that
+    // its suppressions apply.
+    dl_iterate_phdr(
+        [](dl_phdr_info *info, size_t, void *) {
+          if (std::string(info->dlpi_name).find("libnetsnmp.so") != std::string::npos) {
+            dlopen(info->dlpi_name, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+          }
+          return 0;
+        },
+        nullptr);
 #endif
     const Library library{handle};
     const bool slow = cycle % kSlowCycleEvery == 0;
@@ -158,7 +142,11 @@ class HygieneTest : public ::testing::Test {
 };
 
 TEST_F(HygieneTest, LoadUnloadCyclesAndRequestsLeaveNothingBehind) {
-  const bool listener = TrapPortFree();
+  // The listener is part of a cycle only while port 162 can be had.
+  const int probe = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_in local{.sin_family = AF_INET, .sin_port = htons(162), .sin_addr = {}, .sin_zero = {}};
+  const bool listener = bind(probe, reinterpret_cast<sockaddr *>(&local), sizeof local) == 0;
+  close(probe);
   const long baseline = OpenDescriptors();
   for (int cycle = 0; cycle < kCycles; ++cycle) {
     ASSERT_NO_FATAL_FAILURE(Cycle(cycle, listener));

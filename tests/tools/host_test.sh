@@ -19,12 +19,8 @@ for block in $(seq 0 20); do
   printf 'port 16161\ncard main %s.1\ncard other %s.2\n' "$net" "$net" > "$dir/sim.scenario"
   "$upssim" --journal "$dir/sets.log" "$dir/sim.scenario" <&3 > "$dir/sim.out" 2>&1 &
   sim_pid=$!
-  for _ in $(seq 50); do
-    grep -qs '^ready' "$dir/sim.out" || ! kill -0 "$sim_pid" 2>/dev/null && break
-    sleep 0.1
-  done
+  until grep -qs '^ready' "$dir/sim.out" || ! kill -0 "$sim_pid" 2>/dev/null; do sleep 0.1; done
   grep -qs '^ready' "$dir/sim.out" && break
-  kill "$sim_pid" 2>/dev/null
   wait "$sim_pid"
   status=$?
   sim_pid=
@@ -70,7 +66,7 @@ journaled() {
 
 run 0 exports; sees "exports, 0 missing"
 run 0 info
-sees "version       3.009" "API level     9612" "UPS_IP                         $net.1 (slot 0)" \
+sees "UPS_IP                         $net.1 (slot 0)" \
   "UPS_IP_O0                      $net.2 (other 100)" "UPS_Power_fail_wait            30 s" \
   "host unit alarm flags (ReadX1x): 000000000000000000"
 run 0 status; sees "slot 0     $net.1" "onLine" "2 UPS configured, 2 answered"
