@@ -16,19 +16,16 @@ TempHome::TempHome() {
   std::string pattern = (std::filesystem::temp_directory_path() / "snmplumi-XXXXXX").string();
   if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
   root_ = pattern;
-  for (const char *dir : {"data", "data/UPS", "data/snmptrap"}) {
-    std::filesystem::create_directory(root_ + "/" + dir);
-  }
+  std::filesystem::create_directories(root_ + "/data/UPS");
+  std::filesystem::create_directory(root_ + "/data/snmptrap");
   setenv("SNMPLUMI_HOME", root_.c_str(), 1);
-  // Never the fixed private address: a loopback address where nothing answers, unless the test
-  // names a simulated card.
+  // A loopback address where nothing answers, unless the test names a simulated card.
   setenv("SNMPLUMI_TRAP_REPORT_IP", "127.0.0.9", 0);
   LoadEnvironment();
 }
 
 TempHome::~TempHome() {
-  // The library keeps pointing here: anything written afterwards fails instead of landing in
-  // the real installation directory.
+  // The library keeps pointing here: later writes fail instead of reaching a real installation.
   std::error_code ignored;
   std::filesystem::remove_all(root_, ignored);
 }

@@ -9,8 +9,7 @@
 
 namespace snmplumi::testing {
 
-// Creates "<tmp>/snmplumi-XXXXXX" with data/, data/UPS and data/snmptrap, points
-// SNMPLUMI_HOME at it and reloads the installation directory. Removed again at the end.
+// "<tmp>/snmplumi-XXXXXX" with data/, data/UPS and data/snmptrap, as SNMPLUMI_HOME until the end.
 class TempHome {
  public:
   TempHome();
@@ -25,17 +24,14 @@ class TempHome {
   std::string root_;
 };
 
-// Fixed wall-clock time that moves only when the code sleeps.
+// Wall-clock time that moves only when the code sleeps; sleeps holds each sleep in microseconds.
 class FakeClock : public Clock {
  public:
   explicit FakeClock(std::time_t now) : now_(now) { SetClockForTesting(this); }
   ~FakeClock() override { SetClockForTesting(nullptr); }
-
   std::time_t Now() override { return now_; }
   void SleepSeconds(unsigned int seconds) override;
   void SleepMicros(unsigned long micros) override;
-
-  // Every sleep in microseconds, in order.
   std::vector<unsigned long> sleeps;
 
  private:
@@ -46,19 +42,16 @@ class FakeClock : public Clock {
 std::string FileText(const std::string &path);
 void PutFile(const std::string &path, const std::string &content);
 bool FileExists(const std::string &path);
-
 // The records of a ring log, in file order, without their trailing newline.
 std::vector<std::string> RingRecords(const std::string &path, std::size_t record_size);
 
-// One record of the library log: its code and its message with the padding removed.
 struct LogRecord {
   unsigned code;
-  std::string message;
+  std::string message;  // padding removed
   bool operator==(const LogRecord &) const = default;
 };
 // The library log of home, in file order (the tests never write enough to wrap it).
 std::vector<LogRecord> LibraryLog(const TempHome &home);
-// Only the messages.
 std::vector<std::string> LogMessages(const TempHome &home);
 
 // 2026-11-22 23:28:00 UTC; tests that look at record times run with TZ=UTC.

@@ -33,21 +33,19 @@ TEST_F(ProfileTest, ReadRules) {
   const std::string a509(509, 'a'), x251(251, 'x'), y250(250, 'y');
   // A content of snmp.apc ("-": none), and keys of section Snmp with the value a read gives.
   const std::pair<std::string, std::vector<std::pair<const char *, std::string>>> rows[] = {
-      {"[snmp]\nA=lower\n", {{"A", "lower"}}},
+      {"[snmp] ; settings\nA=lower\n", {{"A", "lower"}}},
       {"  [Snmp]\nA=indented\n[ Snmp ]\nB=blanks\n[Snmpx]\nC=longer\n[Snm]\nD=shorter\n",
        {{"A", "<default>"}, {"B", "<default>"}, {"C", "<default>"}, {"D", "<default>"}}},
-      {"[Snmp] ; settings\nA=comment\n", {{"A", "comment"}}},
       {"[Snmp]\nUPS_IP = 10.0.0.1  \nCRLF=value\r\nTAB=\t\t x\nEMPTY=\nLAST=x y",
        {{"UPS_IP", "10.0.0.1  "}, {"CRLF", "value"}, {"TAB", "x"}, {"EMPTY", ""}, {"LAST", "x y"}}},
       {"[Snmp]\nups_ip=10.0.0.1\nUPS_IP=10.0.0.2\nUPS_IP=10.0.0.3\n",
        {{"UPS_IP", "10.0.0.2"}, {"ups_ip", "10.0.0.1"}, {"UPS_I", "<default>"}}},
       {"[Snmp]\nA=1\n[Other]\nB=2\n[Snmp]\nC=3\n",
        {{"A", "1"}, {"B", "<default>"}, {"C", "<default>"}}},
-      {"[Snmp]\nA=1\n[not a header\nB=2\n", {{"A", "1"}, {"B", "<default>"}}},
-      {"[Snmp]\n; note\n# A=hidden\nplain text\nA=1\n", {{"A", "1"}, {"#", "hidden"}}},
+      {"[Snmp]\n; note\n# A=hidden\nplain text\nA=1\n[not a header\nB=2\n",
+       {{"A", "1"}, {"#", "hidden"}, {"B", "<default>"}}},
       {"[Snmp]\nX=" + a509 + "B=tail\n", {{"B", "tail"}, {"X", a509.substr(0, 249)}}},  // 511 + 6
       {"[Snmp]\nA=" + x251 + "\nB=" + y250 + "\n", {{"A", x251.substr(0, 249)}, {"B", y250}}},
-      {"[Lumi]\nA=1\n", {{"A", "<default>"}}},
       {"-", {{"A", "<default>"}}},
   };
   for (const auto &[content, values] : rows) {
@@ -150,8 +148,7 @@ TEST_F(ProfileTest, FailedWriteKeepsTheTarget) {
       << "the temporary-name search is bounded";
 }
 
-// Each thread reads through buffers of its own. (Locked writers losing nothing, and a rewrite
-// killed at any moment, are the stress tests' part.)
+// Each thread reads through buffers of its own.
 TEST_F(ProfileTest, ConcurrentReadersEachGetTheirOwnValue) {
   std::string file = "[S]\n";
   for (int t = 0; t < 8; ++t) file += "K" + std::to_string(t) + "=v" + std::to_string(t) + "\n";
@@ -168,8 +165,8 @@ TEST_F(ProfileTest, ConcurrentReadersEachGetTheirOwnValue) {
   EXPECT_EQ(misread.load(), 0);
 }
 
-// Hosts name targets on any filesystem; /dev/shm is usually another one than the data directory,
-// where the temporary file is written. The file is larger than one copy buffer.
+// /dev/shm is usually another filesystem than the data directory, where the temporary file is
+// written; the file is larger than one copy buffer.
 TEST_F(ProfileTest, RewriteReplacesTheTargetOnAnyFilesystem) {
   std::string shm = "/dev/shm/snmplumi-XXXXXX";
   ASSERT_NE(mkdtemp(shm.data()), nullptr);
