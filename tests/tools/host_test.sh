@@ -64,7 +64,7 @@ journaled() {
   grep -qP "\t$1\t$2\t.\t$3\tnoError" "$dir/sets.log" || fail "$1 did not receive $2 = $3"
 }
 
-run 0 exports; sees "exports, 0 missing"
+run 0 --exports; sees "exports, 0 missing"  # the former spelling of the exports command
 run 0 info
 sees "UPS_IP                         $net.1 (slot 0)" \
   "UPS_IP_O0                      $net.2 (other 100)" "UPS_Power_fail_wait            30 s" \
