@@ -1,12 +1,14 @@
-// Shared by the simulator's tests: a minimal SNMP v1 manager (one request, one answer, real UDP)
-// and three running cards.
+// A minimal SNMP v1 manager (one request, one answer, real UDP) and three running cards.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
 
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -17,19 +19,22 @@ namespace upssim::testing {
 
 namespace mib = snmplumi::mib;
 
+// For an answer that must not come: far above a loopback round trip.
+inline constexpr std::chrono::milliseconds kNoAnswerWait{250};
+
 struct Target {
   std::string address;
   uint16_t port;
   std::string community = "public";
   int version = 0;  // on the wire: 0 SNMP v1, 1 v2c
-  std::chrono::milliseconds timeout{1000};
+  std::chrono::milliseconds timeout = kNoAnswerWait * 4;
 };
 
 struct Variable {
   std::string oid;
-  int type = 0;  // ASN.1 type byte of the answer
+  int type = 0;  // ASN.1 type byte
   int64_t number = 0;
-  std::string octets;  // OCTET STRING bytes, or the four bytes of an IpAddress
+  std::string octets;  // of an OCTET STRING or IpAddress
 };
 
 struct Answer {
@@ -44,15 +49,82 @@ struct Write {
   std::string value;
 };
 
-Answer Get(const Target &target, const std::vector<std::string> &oids, bool next = false);
-Answer Set(const Target &target, const std::vector<Write> &writes);
-Variable Read(const Target &target, const std::string &oid);  // a GET that must succeed
+// A SET of `writes`, or a GET (GETNEXT) of their OIDs.
+inline Answer Exchange(const Target &target, int command, const std::vector<Write> &writes) {
+  [[maybe_unused]] static const bool initialised = [] {  // numeric OIDs, no snmp.conf
+    setenv("MIBS", "", 1);
+    setenv("MIBDIRS", "", 1);
+    netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
+    snmp_disable_log();
+    init_snmp("upssim-tests");
+    return true;
+  }();
+  netsnmp_pdu *request = snmp_pdu_create(command);
+  for (const Write &write : writes) {
+    oid name[MAX_OID_LEN];
+    size_t length = MAX_OID_LEN;
+    bool named = read_objid(write.oid.c_str(), name, &length) != 0;
+    if (named && command != SNMP_MSG_SET) {
+      snmp_add_null_var(request, name, length);
+    } else if (!named || snmp_add_var(request, name, length, write.type, write.value.c_str())) {
+      snmp_free_pdu(request);
+      throw std::runtime_error("cannot encode " + write.oid + " " + write.value);
+    }
+  }
+  netsnmp_session settings;
+  snmp_sess_init(&settings);
+  std::string peer = target.address + ":" + std::to_string(target.port);
+  settings.peername = peer.data();
+  settings.version = target.version;
+  settings.community = reinterpret_cast<u_char *>(const_cast<char *>(target.community.data()));
+  settings.community_len = target.community.size();
+  settings.timeout = static_cast<long>(target.timeout.count()) * 1000;
+  settings.retries = 0;
+  void *session = snmp_sess_open(&settings);
+  if (session == nullptr) throw std::runtime_error("cannot open an SNMP session to " + peer);
+  netsnmp_pdu *response = nullptr;
+  Answer answer;
+  if (snmp_sess_synch_response(session, request, &response) == STAT_SUCCESS) {
+    answer = {true, response->errstat, response->errindex, {}};
+    for (netsnmp_variable_list *var = response->variables; var; var = var->next_variable) {
+      Variable &variable = answer.variables.emplace_back();
+      for (size_t i = 0; i < var->name_length; ++i) {
+        variable.oid += "." + std::to_string(var->name[i]);
+      }
+      variable.type = var->type;
+      if (var->type == ASN_OCTET_STR || var->type == ASN_IPADDRESS) {
+        variable.octets.assign(reinterpret_cast<const char *>(var->val.string), var->val_len);
+      } else if (var->type == ASN_INTEGER || var->type == ASN_GAUGE || var->type == ASN_TIMETICKS) {
+        long number = *var->val.integer;  // Gauge32 and TimeTicks unsigned
+        variable.number = var->type == ASN_INTEGER ? number : static_cast<uint32_t>(number);
+      }
+    }
+  }
+  snmp_free_pdu(response);
+  snmp_sess_close(session);
+  return answer;
+}
 
-// How long to wait for an answer that must not come: far above a loopback round trip.
-inline constexpr std::chrono::milliseconds kNoAnswerWait{250};
+inline Answer Get(const Target &target, const std::vector<std::string> &oids, bool next = false) {
+  std::vector<Write> names;
+  for (const std::string &oid : oids) names.push_back({oid, 0, ""});
+  return Exchange(target, next ? SNMP_MSG_GETNEXT : SNMP_MSG_GET, names);
+}
 
-// ups0 and ups1 with the default community, ups2 with "private". The simulator must stop cleanly:
-// under the sanitizers a leak or undefined behaviour in it shows as its exit status.
+inline Answer Set(const Target &target, const std::vector<Write> &writes) {
+  return Exchange(target, SNMP_MSG_SET, writes);
+}
+
+inline Variable Read(const Target &target, const std::string &oid) {  // a GET that must succeed
+  Answer answer = Get(target, {oid});
+  if (!answer.answered || answer.error_status != 0 || answer.variables.size() != 1) {
+    throw std::runtime_error("GET " + oid + ": error " + std::to_string(answer.error_status));
+  }
+  return answer.variables.front();
+}
+
+// ups2's community is "private". Under the sanitizers a leak or undefined behaviour in the
+// simulator shows as its exit status.
 class CardsTest : public ::testing::Test {
  protected:
   void TearDown() override {
