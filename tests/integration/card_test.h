@@ -27,15 +27,12 @@ char *Raw(T &number) {
 class CardTest : public ::testing::Test {
  protected:
   // Starts the cards and points net-snmp at them: call before any request of the process.
-  void StartCards(const std::vector<upssim::CardOptions> &cards) {
-    sim_ = upssim::Simulator::Start(cards);
-    setenv("SNMPCONFPATH", sim_->ClientConfigDir().c_str(), 1);
-    std::strcpy(UpsCommunity, "public");
-  }
   void StartCards(std::initializer_list<const char *> names) {
     std::vector<upssim::CardOptions> cards;
     for (const char *name : names) cards.push_back({.name = name});
-    StartCards(cards);
+    sim_ = upssim::Simulator::Start(cards);
+    setenv("SNMPCONFPATH", sim_->ClientConfigDir().c_str(), 1);
+    std::strcpy(UpsCommunity, "public");
   }
   void TearDown() override { SnmpEnd(); }
 

@@ -1,6 +1,5 @@
-// Loads the real shared library as a host does, with its load-time and unload-time hooks, and
-// runs requests through it. Under valgrind or LeakSanitizer this also proves that a load,
-// 1,000 requests and an unload leak nothing.
+// Loads the real shared library as a host does: its load-time and unload-time hooks run, the
+// settings they read serve the requests, and the host's standard error stays clean.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -22,10 +21,8 @@ namespace {
 constexpr char kStatusOid[] = ".1.3.6.1.4.1.318.1.1.1.4.1.1.0";  // upsBasicOutputStatus
 
 #ifdef SNMPLUMI_PIN_NETSNMP
-// Keeps net-snmp mapped after the library is unloaded. Only for LeakSanitizer, which cannot
-// name the frames of an unloaded module and so cannot apply the suppression for net-snmp's own
-// never-freed table; every allocation of the library itself is still checked. Valgrind sees
-// the real unload.
+// LeakSanitizer cannot name the frames of an unloaded module: net-snmp stays mapped so that
+// its never-freed table is recognised.
 void PinNetSnmp() {
   dl_iterate_phdr(
       [](dl_phdr_info *info, size_t, void *) {
@@ -57,7 +54,6 @@ TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
   std::filesystem::create_directories(home + "/netsnmp/cert_indexes");
   setenv("SNMP_PERSISTENT_DIR", (home + "/netsnmp").c_str(), 1);
 
-  // Whatever the library (or net-snmp inside it) writes to the host's standard error.
   std::string stderr_path = home + "/stderr";
   std::fflush(stderr);
   int saved_stderr = dup(2);
@@ -72,13 +68,10 @@ TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
 #endif
   auto get = reinterpret_cast<decltype(&SnmpGet)>(dlsym(library, "SnmpGet"));
   ASSERT_NE(get, nullptr);
-  // Stops at the first failure: a misread table would otherwise cost a timeout per request.
-  for (int i = 0; i < 1000; ++i) {
-    int32_t status = 0;
-    ASSERT_EQ(get(kStatusOid, 'i', reinterpret_cast<char *>(&status), 0, 0), 0u)
-        << "request " << i << ": the constructor read UPS_IP and the community";
-    ASSERT_EQ(status, 2);
-  }
+  int32_t status = 0;
+  EXPECT_EQ(get(kStatusOid, 'i', reinterpret_cast<char *>(&status), 0, 0), 0u)
+      << "the constructor read UPS_IP and the community";
+  EXPECT_EQ(status, 2);
   EXPECT_EQ(dlclose(library), 0);
   std::fflush(stderr);
   dup2(saved_stderr, 2);

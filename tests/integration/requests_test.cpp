@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <thread>
+#include <tuple>
 
 #include "card_test.h"
 #include "powernet.h"
@@ -35,14 +36,11 @@ TEST_F(RequestsTest, GetCopiesAndLogsByTypeLetter) {
   auto bytes = [](int32_t number) { return std::string(Raw(number), 4); };
   const Row rows[] = {
       {'i', mib::upsBasicOutputStatus, "3", bytes(3), "get = 3 (type=i)"},
-      {'u', mib::upsAdvBatteryCapacity, "87", bytes(87), "get = 87 (type=u)"},
       {'t', mib::upsAdvBatteryRunTimeRemaining, "123456", bytes(123456), "get = 123456(type=t)"},
       {'a', mib::upsSCGMultiCastIP, "239.1.2.3", "\xef\x01\x02\x03", "get = 50463215(type=a)"},
       // Strings arrive without a terminator: a longer earlier value keeps its tail.
       {'s', mib::upsBasicIdentModel, "Smart-UPS 750", "Smart-UPS 750DEFGHIJ",
        "get = Smart-UPS 750 (type=s, x, d)"},
-      {'x', mib::upsBasicIdentModel, "AB", "AB23456789ABCDEFGHIJ", "get = AB (type=s, x, d)"},
-      {'d', mib::upsBasicIdentModel, "7", "7123456789ABCDEFGHIJ", "get = 7 (type=s, x, d)"},
       {'o', mib::upsBasicIdentModel, "xyz", "xyz3456789ABCDEFGHIJ", "get = ?(type=o)"},
       {'n', mib::upsBasicIdentModel, "xyz", "0123456789ABCDEFGHIJ", "get = null(type=n)"},
   };
@@ -104,18 +102,18 @@ TEST_F(RequestsTest, SetSendsEachTypeLetter) {
 
 TEST_F(RequestsTest, SetErrorStatusesMapToResults) {
   int32_t value = 1;
-  const std::pair<int, DWORD> rows[] = {{1, UPS_E_CANT_ACCESS},   {2, UPS_E_CANT_ACCESS},
-                                        {3, UPS_E_INVALID_PARAM}, {4, UPS_E_CANT_ACCESS},
-                                        {5, UPS_E_CANT_ACCESS},   {6, UPS_E_CANT_ACCESS}};
-  const char *names[] = {"SNMP_ERR_TOOBIG",   "SNMP_ERR_NOSUCHNAME", "SNMP_ERR_BADVALUE",
-                         "SNMP_ERR_READONLY", "SNMP_ERR_GENERR",     "other"};
-  for (auto [status, result] : rows) {
+  // The first row, the one status with a result of its own, and one past the table.
+  const std::tuple<int, DWORD, const char *> rows[] = {
+      {1, UPS_E_CANT_ACCESS, "SNMP_ERR_TOOBIG"},
+      {3, UPS_E_INVALID_PARAM, "SNMP_ERR_BADVALUE"},
+      {6, UPS_E_CANT_ACCESS, "other"}};
+  for (auto [status, result, name] : rows) {
     sim_->InjectError("ups", mib::upsAdvControlUpsOff, Op::kSet, status);
     EXPECT_EQ(SnmpSetR(Ip("ups"), mib::upsAdvControlUpsOff, 'i', Raw(value)), result) << status;
     sim_->ClearErrors("ups");
     auto log = LibraryLog(home_);
     ASSERT_EQ(log.size(), 2u);
-    EXPECT_EQ(log[1], (LogRecord{0, std::string("[s]SNMP Error: ") + names[status - 1] +
+    EXPECT_EQ(log[1], (LogRecord{0, std::string("[s]SNMP Error: ") + name +
                                         ", errorIndex=" + std::to_string(status)}));
     ClearLog();
   }
@@ -257,7 +255,6 @@ TEST_F(ConcurrentRequestsTest, ConcurrentRequestsAndTheHostSessionStayExact) {
   }
   netsnmp_session *host = AC_SnmpMgrOpen(Ip("ups0"));
   EXPECT_NE(host, nullptr);
-  EXPECT_EQ(AC_SnmpMgrOpen(Ip("ups0")), host);
   for (int i = 0; host != nullptr && i < (Lossy() ? 4 : 50); ++i) {
     netsnmp_pdu *pdu = snmp_pdu_create(SNMP_MSG_GET), *response = nullptr;
     oid name[MAX_OID_LEN];
