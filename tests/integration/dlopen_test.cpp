@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <link.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -13,27 +12,13 @@
 #include <iterator>
 #include <string>
 
+#include "pin_netsnmp.h"
 #include "snmplumi.h"
 #include "upssim_fixture.h"
 
 namespace {
 
 constexpr char kStatusOid[] = ".1.3.6.1.4.1.318.1.1.1.4.1.1.0";  // upsBasicOutputStatus
-
-#ifdef SNMPLUMI_PIN_NETSNMP
-// LeakSanitizer cannot name the frames of an unloaded module: net-snmp stays mapped so that
-// its never-freed table is recognised.
-void PinNetSnmp() {
-  dl_iterate_phdr(
-      [](dl_phdr_info *info, size_t, void *) {
-        if (std::string(info->dlpi_name).find("libnetsnmp.so") != std::string::npos) {
-          dlopen(info->dlpi_name, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
-        }
-        return 0;
-      },
-      nullptr);
-}
-#endif
 
 std::string Slurp(const std::string &path) {
   std::ifstream in(path, std::ios::binary);
@@ -63,9 +48,7 @@ TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
 
   void *library = dlopen(SNMPLUMI_LIBRARY, RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(library, nullptr) << dlerror();
-#ifdef SNMPLUMI_PIN_NETSNMP
   PinNetSnmp();
-#endif
   auto get = reinterpret_cast<decltype(&SnmpGet)>(dlsym(library, "SnmpGet"));
   ASSERT_NE(get, nullptr);
   int32_t status = 0;

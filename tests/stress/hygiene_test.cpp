@@ -4,13 +4,13 @@
 // LeakSanitizer (ASan build) or valgrind (g++ build) checks the memory at exit.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <link.h>
 #include <netinet/in.h>
 
 #include <filesystem>
 #include <fstream>
 #include <future>
 
+#include "pin_netsnmp.h"
 #include "powernet.h"
 #include "snmplumi.h"
 #include "upssim_fixture.h"
@@ -90,18 +90,7 @@ class HygieneTest : public ::testing::Test {
   void Cycle(int cycle, bool listener) {
     void *handle = dlopen(SNMPLUMI_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(handle, nullptr) << dlerror();
-#ifdef SNMPLUMI_PIN_NETSNMP
-    // LeakSanitizer cannot name the frames of an unloaded module: net-snmp stays mapped so that
-    // its suppressions apply.
-    dl_iterate_phdr(
-        [](dl_phdr_info *info, size_t, void *) {
-          if (std::string(info->dlpi_name).find("libnetsnmp.so") != std::string::npos) {
-            dlopen(info->dlpi_name, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
-          }
-          return 0;
-        },
-        nullptr);
-#endif
+    PinNetSnmp();
     const Library library{handle};
     const bool slow = cycle % kSlowCycleEvery == 0;
     if (slow) sim_->Drop("ups2", 1);
