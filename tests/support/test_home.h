@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ctime>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,9 @@ struct LogRecord {
   unsigned code;
   std::string message;  // padding removed
   bool operator==(const LogRecord &) const = default;
+  friend void PrintTo(const LogRecord &record, std::ostream *out) {
+    *out << '{' << record.code << ", \"" << record.message << "\"}";
+  }
 };
 // The library log of home, in file order (the tests never write enough to wrap it).
 std::vector<LogRecord> LibraryLog(const TempHome &home);
