@@ -70,33 +70,5 @@ TEST(ProcessTest, QuitEndOfInputAndSigtermStopTheSimulatorCleanly) {
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
 }
 
-// As many cards as the library ever watches (130 main, 16 server, 16 other), each at its own
-// loopback address; bench/upssim_start_bench.cpp measures how fast they start.
-TEST(ProcessTest, StartsOneHundredSixtyTwoCardsEachAnsweringAsItselfAndStopsCleanly) {
-  std::vector<CardOptions> cards(162);
-  for (std::size_t i = 0; i < cards.size(); ++i) cards[i].name = "ups" + std::to_string(i);
-  auto simulator = Simulator::Start(cards);
-  std::set<std::string> serials;
-  for (const CardOptions &card : cards) {
-    Target target{simulator->Address(card.name), simulator->Port()};
-    EXPECT_EQ(Read(target, mib::upsBasicIdentName).octets, card.name);
-    serials.insert(Read(target, mib::upsAdvIdentSerialNumber).octets);
-  }
-  EXPECT_EQ(serials.size(), cards.size()) << "each card has a serial number of its own";
-  simulator->Stop();
-  EXPECT_EQ(simulator->ExitStatus(), 0);
-}
-
-// The lossy runs of the library's tests: every K-th request lost from the start.
-TEST(ProcessTest, FixtureLosesEveryKthRequestWhenTheEnvironmentAsks) {
-  setenv("UPSSIM_DROP_EVERY", "2", 1);
-  auto simulator = Simulator::Start({{.name = "ups0"}});
-  unsetenv("UPSSIM_DROP_EVERY");
-  Target target{simulator->Address("ups0"), simulator->Port(), "public", 0, kNoAnswerWait};
-  std::string seen;
-  for (int i = 0; i < 4; ++i) seen += Get(target, {mib::upsCommStatus}).answered ? 'a' : 'd';
-  EXPECT_EQ(seen, "adad");
-}
-
 }  // namespace
 }  // namespace upssim::testing

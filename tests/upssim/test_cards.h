@@ -26,7 +26,6 @@ struct Target {
   std::string address;
   uint16_t port;
   std::string community = "public";
-  int version = 0;  // on the wire: 0 SNMP v1, 1 v2c
   std::chrono::milliseconds timeout = kNoAnswerWait * 4;
 };
 
@@ -49,7 +48,7 @@ struct Write {
   std::string value;
 };
 
-// A SET of `writes`, or a GET (GETNEXT) of their OIDs.
+// A SET of `writes`, or a GET of their OIDs.
 inline Answer Exchange(const Target &target, int command, const std::vector<Write> &writes) {
   [[maybe_unused]] static const bool initialised = [] {  // numeric OIDs, no snmp.conf
     setenv("MIBS", "", 1);
@@ -75,7 +74,7 @@ inline Answer Exchange(const Target &target, int command, const std::vector<Writ
   snmp_sess_init(&settings);
   std::string peer = target.address + ":" + std::to_string(target.port);
   settings.peername = peer.data();
-  settings.version = target.version;
+  settings.version = SNMP_VERSION_1;
   settings.community = reinterpret_cast<u_char *>(const_cast<char *>(target.community.data()));
   settings.community_len = target.community.size();
   settings.timeout = static_cast<long>(target.timeout.count()) * 1000;
@@ -105,10 +104,10 @@ inline Answer Exchange(const Target &target, int command, const std::vector<Writ
   return answer;
 }
 
-inline Answer Get(const Target &target, const std::vector<std::string> &oids, bool next = false) {
+inline Answer Get(const Target &target, const std::vector<std::string> &oids) {
   std::vector<Write> names;
   for (const std::string &oid : oids) names.push_back({oid, 0, ""});
-  return Exchange(target, next ? SNMP_MSG_GETNEXT : SNMP_MSG_GET, names);
+  return Exchange(target, SNMP_MSG_GET, names);
 }
 
 inline Answer Set(const Target &target, const std::vector<Write> &writes) {
@@ -132,7 +131,7 @@ class CardsTest : public ::testing::Test {
     EXPECT_EQ(sim_->ExitStatus(), 0) << "the simulator did not stop cleanly";
   }
   Target At(const std::string &card, std::chrono::milliseconds timeout = kNoAnswerWait * 4) const {
-    return {sim_->Address(card), sim_->Port(), card == "ups2" ? "private" : "public", 0, timeout};
+    return {sim_->Address(card), sim_->Port(), card == "ups2" ? "private" : "public", timeout};
   }
 
   std::unique_ptr<Simulator> sim_ = Simulator::Start(
