@@ -11,44 +11,6 @@ namespace {
 
 constexpr int kNotRead = 99999;
 
-constexpr Named kOutputStatusRows[] = {
-    {1, "unknown"},
-    {2, "onLine"},
-    {3, "onBattery"},
-    {4, "onSmartBoost"},
-    {5, "timedSleeping"},
-    {6, "softwareBypass"},
-    {7, "off"},
-    {8, "rebooting"},
-    {9, "switchedBypass"},
-    {10, "hardwareFailureBypass"},
-    {11, "sleepingUntilPowerReturn"},
-    {12, "onSmartTrim"},
-};
-
-constexpr Named kLineFailCauseRows[] = {
-    {1, "noTransfer"},
-    {2, "highLineVoltage"},
-    {3, "brownout"},
-    {4, "blackout"},
-    {5, "smallMomentarySag"},
-    {6, "deepMomentarySag"},
-    {7, "smallMomentarySpike"},
-    {8, "largeMomentarySpike"},
-    {9, "selfTest"},
-    {10, "rateOfVoltageChange"},
-};
-
-constexpr Named kReplaceIndicatorRows[] = {
-    {1, "noBatteryNeedsReplacing"},
-    {2, "batteryNeedsReplacing"},
-};
-
-constexpr Named kScgMembershipRows[] = {
-    {1, "enableSCG"},
-    {2, "disableSCG"},
-};
-
 constexpr Named kInputStatusRows[] = {
     {1, "input good"},
     {2, "input lost (0 V)"},
@@ -56,11 +18,6 @@ constexpr Named kInputStatusRows[] = {
     {5, "input at or above the high transfer voltage"},
     {6, "input at or below the low transfer voltage"},
 };
-
-constexpr Named kConfigAlarmRows[] = {{1, "timed"}, {2, "atLowBattery"}, {3, "never"}};
-constexpr Named kSensitivityRows[] = {{1, "auto"}, {2, "low"}, {3, "medium"}, {4, "high"}};
-constexpr Named kDiagnosticScheduleRows[] = {
-    {2, "biweekly"}, {3, "weekly"}, {4, "atTurnOn"}, {5, "never"}};
 
 // The bits the library sets, by field of the unit status string.
 struct WordBit {
@@ -137,12 +94,12 @@ constexpr FrameCommand kCommands[] = {
 // Columns of SnmpGetReport, the last two for a Symmetra only.
 constexpr ReportColumn kReportColumns[] = {
     {"input phase"},
-    {"fail cause", kLineFailCauseRows},
+    {"fail cause", powernet_values::kLineFailCause},
     {"input V"},
     {"input max V"},
     {"input min V"},
     {"input Hz"},
-    {"output status", kOutputStatusRows},
+    {"output status", powernet_values::kOutputStatus},
     {"output phase"},
     {"output V"},
     {"output Hz"},
@@ -151,7 +108,7 @@ constexpr ReportColumn kReportColumns[] = {
     {"capacity %"},
     {"battery C"},
     {"run time s"},
-    {"replace battery", kReplaceIndicatorRows},
+    {"replace battery", powernet_values::kReplaceIndicator},
     {"battery packs"},
     {"bad battery packs"},
 };
@@ -194,18 +151,18 @@ void PrintData(const FrameCommand *command, std::string_view data) {
 
 }  // namespace
 
-const std::span<const Named> kOutputStatus = kOutputStatusRows;
-const std::span<const Named> kLineFailCause = kLineFailCauseRows;
-const std::span<const Named> kReplaceIndicator = kReplaceIndicatorRows;
-const std::span<const Named> kScgMembership = kScgMembershipRows;
+const std::span<const Named> kOutputStatus = powernet_values::kOutputStatus;
+const std::span<const Named> kLineFailCause = powernet_values::kLineFailCause;
+const std::span<const Named> kReplaceIndicator = powernet_values::kReplaceIndicator;
+const std::span<const Named> kScgMembership = powernet_values::kScgActiveMembership;
 const std::span<const Named> kInputStatus = kInputStatusRows;
-const std::span<const Named> kConfigAlarm = kConfigAlarmRows;
-const std::span<const Named> kSensitivity = kSensitivityRows;
-const std::span<const Named> kDiagnosticSchedule = kDiagnosticScheduleRows;
+const std::span<const Named> kConfigAlarm = powernet_values::kConfigAlarm;
+const std::span<const Named> kSensitivity = powernet_values::kSensitivity;
+const std::span<const Named> kDiagnosticSchedule = powernet_values::kDiagnosticSchedule;
 
 const char *NameOf(std::span<const Named> table, int value) {
   for (const Named &row : table) {
-    if (row.value == value) return row.name;
+    if (row.value == value) return row.name.data();
   }
   return "?";
 }

@@ -7,12 +7,11 @@
 #include <string>
 #include <string_view>
 
+#include "powernet_values.h"
+
 namespace host {
 
-struct Named {
-  int value;
-  const char *name;
-};
+using Named = powernet_values::EnumValue;
 
 // The name of value in table, or "?".
 const char *NameOf(std::span<const Named> table, int value);

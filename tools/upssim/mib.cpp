@@ -14,52 +14,7 @@ constexpr Type kIpAddress = Type::kIpAddress;
 constexpr Access kReadOnly = Access::kReadOnly;
 constexpr Access kReadWrite = Access::kReadWrite;
 
-constexpr EnumValue kReplaceIndicator[] = {
-    {1, "noBatteryNeedsReplacing"},
-    {2, "batteryNeedsReplacing"},
-};
-
-constexpr EnumValue kLineFailCause[] = {
-    {1, "noTransfer"},
-    {2, "highLineVoltage"},
-    {3, "brownout"},
-    {4, "blackout"},
-    {5, "smallMomentarySag"},
-    {6, "deepMomentarySag"},
-    {7, "smallMomentarySpike"},
-    {8, "largeMomentarySpike"},
-    {9, "selfTest"},
-    {10, "rateOfVoltageChange"},
-};
-
-constexpr EnumValue kOutputStatus[] = {
-    {1, "unknown"},
-    {2, "onLine"},
-    {3, "onBattery"},
-    {4, "onSmartBoost"},
-    {5, "timedSleeping"},
-    {6, "softwareBypass"},
-    {7, "off"},
-    {8, "rebooting"},
-    {9, "switchedBypass"},
-    {10, "hardwareFailureBypass"},
-    {11, "sleepingUntilPowerReturn"},
-    {12, "onSmartTrim"},
-};
-
-constexpr EnumValue kConfigAlarm[] = {
-    {1, "timed"},
-    {2, "atLowBattery"},
-    {3, "never"},
-    {4, "mute"},
-};
-
-constexpr EnumValue kSensitivity[] = {
-    {1, "auto"},
-    {2, "low"},
-    {3, "medium"},
-    {4, "high"},
-};
+using namespace powernet_values;
 
 constexpr EnumValue kConserveBattery[] = {
     {1, "noTurnOffUps"},
@@ -83,26 +38,9 @@ constexpr EnumValue kTurnOnUps[] = {
     {2, "turnOnUPS"},
 };
 
-constexpr EnumValue kDiagnosticSchedule[] = {
-    {1, "unknown"},
-    {2, "biweekly"},
-    {3, "weekly"},
-    {4, "atTurnOn"},
-    {5, "never"},
-    {6, "fourWeeks"},
-    {7, "twelveWeeks"},
-    {8, "biweeklySinceLastTest"},
-    {9, "weeklySinceLastTest"},
-};
-
 constexpr EnumValue kCommStatus[] = {
     {1, "ok"},
     {2, "noComm"},
-};
-
-constexpr EnumValue kScgActiveMembership[] = {
-    {1, "enableSCG"},
-    {2, "disableSCG"},
 };
 
 // Flags of upsBasicStateOutputState, counted from 1 as the MIB does: 2 On Battery, 4 On Line,

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "powernet_values.h"
+
 namespace upssim {
 
 // The ASN.1 types the PowerNet MIB uses for these objects; the letters are net-snmp's.
@@ -23,10 +25,7 @@ enum class Type : char {
 
 enum class Access { kReadOnly, kReadWrite };
 
-struct EnumValue {
-  int value;
-  std::string_view name;
-};
+using powernet_values::EnumValue;
 
 struct ObjectDef {
   std::string_view oid;  // numeric, with the leading dot, instance ".0" included
