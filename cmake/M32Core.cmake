@@ -13,21 +13,7 @@ if(NOT SNMPLUMI_TIME_T_SIZE EQUAL 4)
   message(FATAL_ERROR "time_t is ${SNMPLUMI_TIME_T_SIZE} bytes; the 32-bit host's is 4")
 endif()
 
-add_library(snmplumi_core STATIC
-  src/config/globals.cpp
-  src/power/sleep_plan.cpp
-  src/runtime/clock.cpp
-  src/runtime/error_status.cpp
-  src/runtime/format_line.cpp
-  src/runtime/locks.cpp
-  src/runtime/log_line.cpp
-  src/runtime/paths.cpp
-  src/runtime/platform.cpp
-  src/runtime/profile.cpp
-  src/runtime/ring_log.cpp
-  src/runtime/system_error.cpp
-  src/unit/frame.cpp
-)
+add_library(snmplumi_core STATIC ${SNMPLUMI_PORTABLE_SOURCES})
 target_include_directories(snmplumi_core
   PUBLIC ${PROJECT_SOURCE_DIR}/include
   PRIVATE ${PROJECT_SOURCE_DIR}/src)
