@@ -46,11 +46,8 @@ trap cleanup EXIT
 
 step "Three simulated UPS cards on loopback"
 # Their control commands go in through a pipe; the journal records every SET they receive.
-mkfifo "$run/sim.in"
-exec 3<>"$run/sim.in"
-for block in $(seq 0 20); do  # the first block of addresses that is free
-  net=127.42.$block
-  cat > "$run/sim.scenario" <<EOF
+demo_cards() {
+  cat <<EOF
 port 16161
 card main $net.1
 card storage $net.2
@@ -58,26 +55,10 @@ set upsBasicIdentModel s Smart-UPS 3000
 card network $net.3
 set upsBasicIdentModel s Smart-UPS 750
 EOF
-  "$upssim" --journal "$run/sets.log" "$run/sim.scenario" <&3 > "$run/sim.out" 2>&1 &
-  sim_pid=$!
-  for _ in $(seq 50); do
-    grep -qs '^ready' "$run/sim.out" || ! kill -0 "$sim_pid" 2>/dev/null && break
-    sleep 0.1
-  done
-  grep -qs '^ready' "$run/sim.out" && break
-  kill "$sim_pid" 2>/dev/null || true
-  status=0
-  wait "$sim_pid" || status=$?
-  sim_pid=
-  [ "$status" -eq 2 ] || break  # 2: an address in use; anything else stays
-done
-[ -n "$sim_pid" ] || { echo "the simulator did not start:"; cat "$run/sim.out"; exit 1; }
-sim() {
-  local lines
-  lines=$(wc -l < "$run/sim.out")
-  echo "$*" >&3
-  for _ in $(seq 50); do [ "$(wc -l < "$run/sim.out")" -gt "$lines" ] && return; sleep 0.1; done
 }
+source scripts/upssim-control.sh
+upssim_start "$upssim" "$run" 127.42 demo_cards || exit 1
+sim() { upssim_command "$run" "$@" || { echo "the simulator did not answer $*"; exit 1; }; }
 say "main     $net.1  the host's own UPS        (UPS_IP in snmp.apc)"
 say "storage  $net.2  a disk array's UPS        (UPS_IP_O0: watched for time on battery)"
 say "network  $net.3  the network switches' UPS (UPS_IP_O1)"

@@ -12,29 +12,10 @@ failures=0
 fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 
 # The simulator on the first free block of 127.43.N.0; it reads its commands from a pipe.
-mkfifo "$dir/sim.in"
-exec 3<>"$dir/sim.in"
-for block in $(seq 0 20); do
-  net=127.43.$block
-  printf 'port 16161\ncard main %s.1\ncard other %s.2\n' "$net" "$net" > "$dir/sim.scenario"
-  "$upssim" --journal "$dir/sets.log" "$dir/sim.scenario" <&3 > "$dir/sim.out" 2>&1 &
-  sim_pid=$!
-  until grep -qs '^ready' "$dir/sim.out" || ! kill -0 "$sim_pid" 2>/dev/null; do sleep 0.1; done
-  grep -qs '^ready' "$dir/sim.out" && break
-  wait "$sim_pid"
-  status=$?
-  sim_pid=
-  [ "$status" -eq 2 ] || break  # 2: an address in use; anything else stays
-done
-[ -n "$sim_pid" ] || { echo "the simulator did not start:"; cat "$dir/sim.out"; exit 1; }
-# sim COMMAND: one control command, waiting for the simulator's answer line.
-sim() {
-  local lines
-  lines=$(wc -l < "$dir/sim.out")
-  echo "$*" >&3
-  for _ in $(seq 50); do [ "$(wc -l < "$dir/sim.out")" -gt "$lines" ] && return; sleep 0.1; done
-  fail "the simulator did not answer $*"
-}
+two_cards() { printf 'port 16161\ncard main %s.1\ncard other %s.2\n' "$net" "$net"; }
+source "$(dirname "$0")/../../scripts/upssim-control.sh"
+upssim_start "$upssim" "$dir" 127.43 two_cards || exit 1
+sim() { upssim_command "$dir" "$@" || fail "the simulator did not answer $*"; }
 
 home=$dir/home
 mkdir -p "$home/data/UPS" "$dir/snmp" "$dir/netsnmp/cert_indexes"
