@@ -38,11 +38,7 @@ BENCHMARK(BM_StatusFrame)->Repetitions(5)->ReportAggregatesOnly(true);
 int main(int argc, char **argv) {
   snmplumi::testing::TempHome home;
   auto times = snmplumi::bench::RunBenchmarks(&argc, argv);
-  double floor = times["BM_TwoLogRecords/repeats:5_median"];
-  double ours = times["BM_StatusFrame/repeats:5_median"];
-  if (floor > 0 && ours > 0) {
-    std::printf("\nTovLumiSend(\"012\") / two log records (median): %.3f  (target <= 1.5)\n",
-                ours / floor);
-  }
+  snmplumi::bench::PrintRatio(times, "BM_StatusFrame", "BM_TwoLogRecords",
+                              "TovLumiSend(\"012\") / two log records", "1.5");
   return 0;
 }

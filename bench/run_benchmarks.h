@@ -3,6 +3,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
@@ -26,6 +27,20 @@ inline std::map<std::string, double> RunBenchmarks(int *argc, char **argv) {
   Collector reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   return reporter.times;
+}
+
+// Prints a blank line and "label (median): RATIO  (target <= target)", the ratio of the median
+// times of two benchmarks run with Repetitions(5); nothing when either did not run.
+inline void PrintRatio(const std::map<std::string, double> &times, const char *ours,
+                       const char *floor, const char *label, const char *target) {
+  auto median = [&times](const char *name) {
+    auto found = times.find(std::string(name) + "/repeats:5_median");
+    return found != times.end() ? found->second : 0.0;
+  };
+  if (median(ours) > 0 && median(floor) > 0) {
+    std::printf("\n%s (median): %.3f  (target <= %s)\n", label, median(ours) / median(floor),
+                target);
+  }
 }
 
 }  // namespace snmplumi::bench

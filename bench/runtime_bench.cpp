@@ -133,14 +133,9 @@ int main(int argc, char **argv) {
   g_home = &home;
   WriteFullConfiguration();
   auto times = snmplumi::bench::RunBenchmarks(&argc, argv);
-  auto ratio = [&times](const char *ours, const char *floor) {
-    double o = times[std::string(ours) + "/repeats:5_median"];
-    double f = times[std::string(floor) + "/repeats:5_median"];
-    return f > 0 ? o / f : 0.0;
-  };
-  std::printf("\nlog record / bare open-pread-pwrite-close (median): %.3f  (target <= 1.3)\n",
-              ratio("BM_LibraryLogRecord", "BM_BareRecord"));
-  std::printf("lib_init / %zu bare profile reads (median): %.3f  (target <= 1.2)\n", g_keys.size(),
-              ratio("BM_LibInit", "BM_BareProfileReads"));
+  snmplumi::bench::PrintRatio(times, "BM_LibraryLogRecord", "BM_BareRecord",
+                              "log record / bare open-pread-pwrite-close", "1.3");
+  std::string label = "lib_init / " + std::to_string(g_keys.size()) + " bare profile reads";
+  snmplumi::bench::PrintRatio(times, "BM_LibInit", "BM_BareProfileReads", label.c_str(), "1.2");
   return 0;
 }

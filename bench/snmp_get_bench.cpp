@@ -82,11 +82,8 @@ int main(int argc, char **argv) {
   }
 
   auto times = snmplumi::bench::RunBenchmarks(&argc, argv);
-  double floor = times["BM_BareNetSnmpGet/repeats:5_median"];
-  double ours = times["BM_SnmpGetR/repeats:5_median"];
-  if (floor > 0 && ours > 0) {
-    std::printf("\nSnmpGetR / bare net-snmp GET (median): %.3f  (target <= 1.10)\n", ours / floor);
-  }
+  snmplumi::bench::PrintRatio(times, "BM_SnmpGetR", "BM_BareNetSnmpGet",
+                              "SnmpGetR / bare net-snmp GET", "1.10");
   SnmpEnd();
   g_sim.reset();
   return 0;

@@ -94,12 +94,8 @@ int main(int argc, char **argv) {
   }
 
   auto times = snmplumi::bench::RunBenchmarks(&argc, argv);
-  double floor = times["BM_BareNetSnmpGets/repeats:5_median"];
-  double ours = times["BM_WatchPass/repeats:5_median"];
-  if (floor > 0 && ours > 0) {
-    std::printf("\nwatch pass / bare net-snmp GETs (median): %.3f  (target <= 1.10)\n",
-                ours / floor);
-  }
+  snmplumi::bench::PrintRatio(times, "BM_WatchPass", "BM_BareNetSnmpGets",
+                              "watch pass / bare net-snmp GETs", "1.10");
   SnmpEnd();
   g_sim.reset();
   return 0;
