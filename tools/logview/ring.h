@@ -9,13 +9,16 @@
 #include <string_view>
 #include <vector>
 
+#include "runtime/ring_log.h"
+
 namespace logview {
 
-inline constexpr std::size_t kHeaderSize = 9;
+inline constexpr std::size_t kHeaderSize = snmplumi::kRingHeaderSize;
 
 // The library log and trap logs have 112-byte records with a code, the report logs 101-byte
 // records without one.
-inline constexpr std::size_t kRecordSizes[] = {112, 101};
+inline constexpr std::size_t kRecordSizes[] = {snmplumi::kLibraryLogShape.record_width + 1u,
+                                               snmplumi::kReportLogShape.record_width + 1u};
 
 struct Record {
   std::string_view text;  // without its newline
