@@ -13,14 +13,12 @@ TEST(FormatLineTest, LinePrintsAsAFormatWithoutArguments) {
     std::string printed;
     int error = 0;  // errno when the line is written
   } rows[] = {
-      {"UPS_IP=10.0.0.1\n", "UPS_IP=10.0.0.1\n"},
       {"100%d\n", "1000\n"},
       {"[%5d|%-3i|%05u|%+d|% d]", "[    0|0  |00000|+0| 0]"},
       {"%x %X %#o %lld %hhu %zd %jd", "0 0 0 0 0 0 0"},
       {"%f %.2e %g %5.1F", "0.000000 0.00e+00 0   0.0"},
       {"%p|%b", "(nil)|0"},
-      {"name=%s!", "name=!"},
-      {"[%5s][%-3c][%c][%ls]", "[     ][   ][][]"},
+      {"name=%s![%5s][%-3c][%c][%ls]", "name=![     ][   ][][]"},
       {"[%m]", "[No such file or directory]", ENOENT},
       {"[%-12.6m][%3m]", "[Operat      ][Operation not permitted]", EPERM},
       {"50%% off|count=%n.|%hhn%lln|", "50% off|count=.||"},

@@ -9,7 +9,6 @@ class OidParseTest : public HomeTest {
  protected:
   void SetUp() override { setenv("SNMPCONFPATH", home_.root().c_str(), 1); }
 
-  // The sub-identifiers parsed from text, or {} when the parse fails.
   static Oid Parse(const std::string &text, size_t capacity = 128) {
     unsigned long name[128] = {};
     size_t length = capacity;

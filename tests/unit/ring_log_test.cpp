@@ -11,7 +11,6 @@ namespace {
 
 constexpr std::size_t kLibraryRecord = 112;
 
-// The 80-character message field of a record.
 std::string Field(const std::string &message) {
   std::string field = message.substr(0, 80);
   field.resize(80, ' ');
@@ -39,14 +38,10 @@ TEST_F(RingLogTest, HeaderGivesWhereTheNextRecordGoes) {
       {0, "snmplumi.log", "-0000050\n", 0, "00000112", "next"},    // only a hand-damaged header is
       {0, "snmplumi.log", "99999999\n", 0, "00000112", "next"},    // negative, or past the ring
       {0, "snmplumi.log", "00000300\n", 224, "00000336", "next"},  // inside a record: at its start
-      {0, "snmplumi.log", "00887824\n", 887824, "00887936", "next"},      // record 7928
       {0, "snmplumi.log", "00887936\n", 887936, "00000000", "next"},      // record 7929 wraps
-      {9000, "UPS/MYUPS.LOG", "00999799\n", 999799, "00999900", "next"},  // record 9900
       {9000, "UPS/MYUPS.LOG", "00999900\n", 999900, "00000000", "next"},  // record 9901 wraps
       {9001, "UPS/MYUPS_1.LOG", nullptr, 0, "00000101", "next"},
       {1000, "UPS/UPS1000.LOG", nullptr, 0, "00000101", "next"},
-      {8999, "UPS/UPS8999.LOG", nullptr, 0, "00000101", "next"},
-      {7, "UPS/UPS007.LOG", nullptr, 0, "00000101", "next"},
       {-3, "UPS/UPS-03.LOG", nullptr, 0, "00000101", "next"},
       {7, "snmptrap/snmp007.log", nullptr, 0, "00000112", "next"},
   };
@@ -64,7 +59,6 @@ TEST_F(RingLogTest, HeaderGivesWhereTheNextRecordGoes) {
     }
     std::string content = FileText(path);
     EXPECT_EQ(content.substr(0, 9), std::string(next) + "\n") << file << " " << header;
-    // The record is the last thing in the file.
     EXPECT_EQ(content.substr(9 + at), record + Field(message ? message : "") + "\n")
         << file << " " << header;
   }
@@ -101,15 +95,10 @@ TEST_F(RingLogTest, ConcurrentWritersLeaveOnlyWholeRecords) {
 
 // Status 0 logs nothing; the others log "Command Error(name)" with the mode as the code.
 TEST_F(RingLogTest, StatusCodesMapToTheirCharacterAndLoggedName) {
-  const std::tuple<DWORD, char, const char *> rows[] = {
-      {0x80000000u, 'F', "UPS_ERROR"},
-      {0x80000005u, 'A', "UPS_E_UNAVAILABLE"},
-      {0x80000011u, '9', "UPS_E_MANAGER_CONNECTED"},
-      {0x80000012u, '7', "UPSC_E_PROCESS_NOW"},
-      {0x80100001u, '7', "UPS_E_NO_SERVER"},
-      {0x8010000Du, 'A', "UPS_E_NOT_COMMAND_UPS"},
-      {0x80000001u, 'F', "?"},
-      {0, '0', ""}};
+  const std::tuple<DWORD, char, const char *> rows[] = {{0x80000000u, 'F', "UPS_ERROR"},
+                                                        {0x80100001u, '7', "UPS_E_NO_SERVER"},
+                                                        {0x80000001u, 'F', "?"},
+                                                        {0, '0', ""}};
   std::vector<LogRecord> logged;
   for (unsigned mode = 0; const auto &[status, character, name] : rows) {
     EXPECT_EQ(SetErs2Status(static_cast<int>(mode), status), character) << std::hex << status;

@@ -1,4 +1,3 @@
-// What the unit tests share: a throw-away installation for each test, and threads run to the end.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -24,7 +23,6 @@ class HomeTest : public ::testing::Test {
   TempHome home_;
 };
 
-// Runs body(0) to body(count - 1) each on a thread of its own, and waits for them all.
 inline void RunThreads(int count, const std::function<void(int)> &body) {
   std::vector<std::thread> threads;
   for (int t = 0; t < count; ++t) threads.emplace_back(body, t);
