@@ -75,6 +75,7 @@ TEST_F(PlatformTest, ModuleFileNameAndTempPathStayInTheirBuffers) {
   ASSERT_GT(readlink("/proc/self/exe", exe, sizeof exe - 1), 0);
   EXPECT_EQ(GetModuleFileName(nullptr, name, 5), 4u);
   EXPECT_EQ(std::string(name), std::string(exe, 4));
+  EXPECT_EQ(GetModuleFileName(nullptr, name, 0) + GetModuleFileName(nullptr, nullptr, 10), 0u);
   if (std::strlen(exe) >= 256) GTEST_SKIP() << "program path longer than the module buffer";
   std::string dir = std::filesystem::path(exe).parent_path().string() + "/";
   EXPECT_EQ(GetTempPath(sizeof name, name), 1u);

@@ -64,6 +64,7 @@ TEST_F(ProfileTest, WriteRules) {
       {"[Snmp]\nA=1\n  A = 2\nB=3\nA=4\n[Other]\nA=5\n", "SNMP", "A", "new",
        "[Snmp]\nA=new\nA=new\nB=3\nA=new\n[Other]\nA=5\n"},
       {"[Snmp]\nA=1\n\n\n[Other]\nB=2\n", "Snmp", "C", "3", "[Snmp]\nA=1\n\n\nC=3\n[Other]\nB=2\n"},
+      {"[Snmp]\nA=1\n[Other]\nB=2\n", "Other", "D", "4", "[Snmp]\nA=1\n[Other]\nB=2\nD=4\n"},
       {"[Snmp]\nA=1\n", "Third", "E", "5", "[Snmp]\nA=1\n\n[Third]\nE=5\n"},
       {"[Snmp]\nA=1\n[Snmp]\nB=2\n", "Snmp", "B", "9", "[Snmp]\nA=1\nB=9\n[Snmp]\nB=9\n"},
       {"[Other]\nrate=100%d\npercent=50%%\nname=%s!\ncount=%n.\n[Snmp]\nA=1\n", "Snmp", "A",
