@@ -61,7 +61,6 @@ TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
   close(saved_stderr);
   EXPECT_EQ(Slurp(stderr_path), "") << "a host's standard error is not the library's";
 
-  // The load-time and unload-time hooks ran, in this order.
   std::string log = Slurp(home + "/data/snmplumi.log");
   std::size_t at = 0;
   for (const char *mark : {"lib_init start", "lib_init end", "lib_end start", "lib_end end : "}) {
