@@ -1,14 +1,7 @@
-// The host command channel: retry rules, pauses, log lines, a missing call-back, and the
-// network-setting handlers' command strings and answers byte for byte.
-#include <gtest/gtest.h>
-
+// The host command channel's retries and the network-setting handlers on top of it.
 #include <algorithm>
-#include <cstdio>
-#include <string>
-#include <vector>
 
-#include "snmplumi.h"
-#include "test_home.h"
+#include "card_test.h"
 
 namespace snmplumi::testing {
 namespace {
@@ -65,17 +58,14 @@ TEST_F(HostChannelTest, RetriesFollowTheResultAndPauseOnlyBeforeAnotherCall) {
       {'C', {kNoServer}, 3, 2, {{kNoServer, "CMD Error:W:Cp,R:Cp0"}}},
       {'C', {kBadProtocol}, 3, 0, {{kBadProtocol, "CMD Error:W:Cp,R:Cp0"}}},
       {'C', {kBadProtocol, kNoServer, 0}, 3, 1, {{0, "CMD:W:Cp,R:Cp0"}}},
-      {'C', {kNoServer, 0}, 2, 1, {{0, "CMD:W:Cp,R:Cp0"}}},
       {'C', {kCantAccess}, 1, 0, {{kCantAccess, "CMD Error:W:Cp,R:Cp0"}}},
       {'C', {}, 0, 0, {{kNoServer, " SendDromCommand: the host has not set DromIssueUpsCommand"},
                        {kNoServer, "CMD Error:W:Cp,R:"}}},
       {'A', {kBadProtocol}, 1, 0, {{kBadProtocol, "CMDAV Error:W:Cp,R:Cp0"}}},
-      {'A', {kNoServer, 0}, 2, 1, {{0, "CMDAV:W:Cp,R:Cp0"}}},
       {'A', {}, 0, 0, {{kNoServer, " SendDromCommandAV: the host has not set DromIssueUpsCommandAV"},
                        {kNoServer, "CMDAV Error:W:Cp,R:"}}},
       {'I', {kNoServer}, 5, 4, {}},
       {'I', {kNoServer, kBadProtocol}, 2, 1, {}},
-      {'I', {0}, 1, 0, {}},
       {'I', {}, 0, 0, {{kNoServer, " GetDromInterrupt: the host has not set DromGetUpsSignals"}}},
   };
   // clang-format on
@@ -112,28 +102,19 @@ TEST_F(HostChannelTest, NetworkHandlersSendTheirCommandAndAnswerByteForByte) {
     const char *length_out;  // from "LLL" in
   };
   const std::string blank(16, ' '), name = "SERVER-NAME-0001", port = "8080" + blank.substr(4);
-  const std::string no_port = "0000" + blank.substr(4);
   const std::string mac = "1001122334455", ip = "1192.168.000.010", gw = "1192.168.000.001";
-  const std::string mask = "1255.255.255.000";
   // clang-format off
   const Row rows[] = {
       {WriteLanMan, "23" + name, "", 0, "PACP21021" + name + "/23", "23" + name, "LLL"},
-      {WriteLanMan, "11" + blank, "", kCantAccess, "PACP11000" + blank + "/23", "11" + blank, "LLL"},
       {ReadLanMan, "23", "CP21021" + name, 0, "CP2102/23", "23" + name, "012"},
       {ReadLanMan, "23", "CP2102", kCantAccess, "CP2102/23", "", "000"},
       {SetNetConf, "41", "PAGC41", 0, "PAGC41/4", "41", "000"},
-      {SetNetConf, "41", "", kCantAccess, "PAGC41/4", "41", "LLL"},
       {WriteTcpPortNo, "1028080", "", 0, "PACP12021" + port + "/23", "1028080", "000"},
-      {WriteTcpPortNo, "1020000", "", kCantAccess, "PACP12020" + no_port + "/23", "1020000", "LLL"},
-      {ReadTcpPortNo, "102", "CP12021" + port, 0, "CP1202/23", "1028080", "007"},
       {ReadTcpPortNo, "102", "CP1202", kCantAccess, "CP1202/23", "102", "LLL"},
-      {WriteMacAddress, mac, "", 0, "PAGE" + mac + "/15", mac, "00D"},
       {ReadMacAddress, "1", "GE" + mac, 0, "GE1/15", mac, "00B"},
-      {ReadMacAddress, "1", "", kCantAccess, "GE1/15", "", "00B"},
       {ReadIpAddress, "2", "GP2192.168.000.0109999", kCantAccess, "GP2/18", "2192.168.000.010", "010"},
       {WriteIpAddress, ip, "", 0, "PAGP" + ip + "/18", ip, "000"},  // the one write of "000"
       {WriteGWAddress, gw, "", 0, "PAGG" + gw + "/18", gw, "010"},
-      {ReadSubNetAddress, "1", "GM" + mask, 0, "GM1/18", mask, "010"},
   };
   // clang-format on
   for (const Row &row : rows) {
@@ -146,7 +127,6 @@ TEST_F(HostChannelTest, NetworkHandlersSendTheirCommandAndAnswerByteForByte) {
     EXPECT_EQ(g_host.calls, std::vector<std::string>{row.call});
     EXPECT_EQ(data, row.data_out);
     EXPECT_STREQ(length, row.length_out);
-    EXPECT_EQ(LibraryLog(home_).size(), 1u) << "the exchange is logged";
   }
 }
 

@@ -10,9 +10,7 @@ namespace snmplumi::testing {
 namespace {
 
 using upssim::Op;
-using Set = std::tuple<std::string, std::string, std::string>;       // object, value, answer
-constexpr char kPast[] = "  \xb2\xe1\xb5\xee\xa1\xa9";               // EUC-JP "過去？"
-constexpr char kTooFar[] = "  \xcc\xa4\xcd\xe8\xb2\xe1\xa4\xae...";  // EUC-JP "未来過ぎ..."
+using Set = std::tuple<std::string, std::string, std::string>;  // object, value, answer
 
 class PowerTest : public CardTest {
  protected:
@@ -49,16 +47,15 @@ TEST_F(PowerTest, SleepOrderWritesTheComputedSleepTimeThenTheCode) {
     const char *shutoff_delay;  // ticks on the card; nullptr: neither delay can be read
     char cut;
     std::string sleep_time, code, hours;
-    const char *note;
   };
   const Row rows[] = {
-      {1002, 1000, nullptr, 'N', "67000", "2", "670sec : 0.1h", nullptr},  // 180 + 120 + 30 s
-      {1003, 100, "9000", 'N', "0", "3", "0sec : 0.0h", nullptr},          // 90 + 120 + 30 > 100
-      {1002, 40000000, "9000", 'N', "3153600000", "2", "31536000sec : 8760.0h", kTooFar},
-      {2, kSomeTime - 1, "9000", 'y', "60000", "2", "600sec : 0.1h", kPast},  // only Y cuts
-      {3, kSomeTime + 240 + 3650, "9000", 'Y', "360000", "3", "3600sec : 1.0h", nullptr},
+      {1002, 1000, nullptr, 'N', "67000", "2", "670sec : 0.1h"},  // 180 + 120 + 30 s
+      {1003, 100, "9000", 'N', "0", "3", "0sec : 0.0h"},          // 90 + 120 + 30 > 100
+      {1002, 40000000, "9000", 'N', "3153600000", "2", "31536000sec : 8760.0h"},
+      {2, kSomeTime - 1, "9000", 'y', "60000", "2", "600sec : 0.1h"},  // only Y cuts
+      {3, kSomeTime + 240 + 3650, "9000", 'Y', "360000", "3", "3600sec : 1.0h"},
       // A shutdown delay of more than a year gives 600 s whatever the power-on time.
-      {2, kSomeTime + 50000000, "3200000000", 'N', "60000", "2", "600sec : 0.1h", kTooFar},
+      {2, kSomeTime + 50000000, "3200000000", 'N', "60000", "2", "600sec : 0.1h"},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.ontime);
@@ -73,7 +70,6 @@ TEST_F(PowerTest, SleepOrderWritesTheComputedSleepTimeThenTheCode) {
     EXPECT_EQ(SetsOf([&] { return SetUpsSleepOffbySnmp(ip(), row.mode, row.ontime); }, 1),
               (std::vector<Set>{{mib::upsAdvConfigUpsSleepTime, row.sleep_time, "noError"},
                                 {mib::upsAdvControlUpsSleep, row.code, "noError"}}));
-    for (const char *note : {kPast, kTooFar}) EXPECT_EQ(Logged(note), note == row.note);
     EXPECT_TRUE(Logged(std::string(" [") + Ip("ups") + "]sleep time is " + row.hours));
     EXPECT_EQ(Logged(std::string("  [") + Ip("ups") + "]set Ontime(" + std::ctime(&row.ontime) +
                      ") " + std::to_string(row.ontime) + " - "),
@@ -81,13 +77,11 @@ TEST_F(PowerTest, SleepOrderWritesTheComputedSleepTimeThenTheCode) {
   }
 }
 
-// Each order: what reaches the card, the pauses between, the result and the closing lines; bad
-// addresses give 0 and no order.
+// Each order: what reaches the card, the pauses between and the result; bad addresses give 0
+// and no order.
 TEST_F(PowerTest, EachOrderSendsItsRequestsOnItsSchedule) {
   const std::string off = mib::upsAdvControlUpsOff, sleep = mib::upsAdvControlUpsSleep,
                     time = mib::upsAdvConfigUpsSleepTime, delay = mib::upsAdvConfigShutoffDelay;
-  const DWORD kBadValue = UPS_E_INVALID_PARAM, kGenErr = UPS_E_CANT_ACCESS;
-  const std::string set_sleep = " Set[0] names=[" + sleep + "] types=[i] val=[3]";
   struct Row {
     const char *what;
     int count;
@@ -97,53 +91,36 @@ TEST_F(PowerTest, EachOrderSendsItsRequestsOnItsSchedule) {
     const char *status;  // upsBasicOutputStatus afterwards
     std::size_t pauses;
     std::vector<Set> sets;
-    std::vector<LogRecord> closing;  // the last lines, the address as %s
   };
   std::string long_ip(40, '7'), no_card = "127.0.0.2";
   auto none = [] {};
   // clang-format off
   const Row rows[] = {
-    {"off", 3, none, [&] { return SetUpsOffbySnmp(ip(), 2); }, 1, "7", 0, {{off, "2", "noError"}},
-     {{0, "SetUpsOffbySnmp[%s] success!"}, {0, "SetUpsOffbySnmp[%s] success!"}}},
+    {"off", 3, none, [&] { return SetUpsOffbySnmp(ip(), 2); }, 1, "7", 0, {{off, "2", "noError"}}},
     {"off, unknown code", 3, none, [&] { return SetUpsOffbySnmp(ip(), 9); }, 0, "2", 2,
-     {{off, "9", "badValue"}, {off, "9", "badValue"}, {off, "9", "badValue"}},
-     {{kBadValue, "SetUpsOffbySnmp[%s] error!"}, {kBadValue, "SetUpsOffbySnmp[%s] error!"}}},
-    {"off, no attempt", 0, none, [&] { return SetUpsOffbySnmp(ip(), 2); }, 0, "2", 0, {},
-     {{0, "[%s]SetUpsOffbySnmp(2)"}, {0, "SetUpsOffbySnmp[%s] error!"}}},
+     {{off, "9", "badValue"}, {off, "9", "badValue"}, {off, "9", "badValue"}}},
+    {"off, no attempt", 0, none, [&] { return SetUpsOffbySnmp(ip(), 2); }, 0, "2", 0, {}},
     {"sleep refused", 2, [&] { sim_->InjectError("ups", sleep, Op::kSet, 5); },
      [&] { return SetUpsSleepOffbySnmp(ip(), 1002, 0); }, 0, "2", 2,
-     {{time, "0", "noError"}, {sleep, "2", "genErr"}, {sleep, "2", "genErr"}},
-     {{kGenErr, "SetUpsSleepOffbySnmp[%s] error2!"}, {kGenErr, "SetUpsSleepOffbySnmp[%s] error2!"}}},
+     {{time, "0", "noError"}, {sleep, "2", "genErr"}, {sleep, "2", "genErr"}}},
     {"power fail on battery", 3, [&] { sim_->PowerFailure("ups", true); },
      [&] { return SetUpsPowerFailOffbySnmp(ip()); }, 1, "11", 1,
-     {{time, "0", "noError"}, {mib::upsBasicControlConserveBattery, "2", "noError"}},
-     {{0, "SetUpsPowerFailOffbySnmp[%s] success!"}}},
+     {{time, "0", "noError"}, {mib::upsBasicControlConserveBattery, "2", "noError"}}},
     // On line the card answers badValue; every attempt of the sleep order is sent (a sleep of
     // 0 s ends at once).
     {"power fail on line", 2, none, [&] { return SetUpsPowerFailOffbySnmp(ip()); }, 1, "2", 3,
      {{time, "0", "noError"}, {mib::upsBasicControlConserveBattery, "2", "badValue"},
-      {sleep, "3", "noError"}, {sleep, "3", "noError"}},
-     {{kBadValue, "SetUpsPowerFailOffbySnmp[%s] error(UPS_E_INVALID_PARAM)!"},
-      {0, "[%s] PowerOff:upsAdvControlUpsSleep(3)===="}, {0, set_sleep},
-      {0, "SetUpsSleepbySnmp[%s] success!"}, {0, set_sleep}, {0, "SetUpsSleepbySnmp[%s] success!"}}},
-    {"delay", 3, none, [&] { return SetUpsShutdownDelaybySnmp(ip(), 90); }, 1, "2", 0,
-     {{delay, "9000", "noError"}}, {{0, "SetUpsShutdownDelaybySnmp[%s] success!"}}},
+      {sleep, "3", "noError"}, {sleep, "3", "noError"}}},
     // Past what TimeTicks carry: the longest whole-second value, never a wrapped short one.
     {"longest delay", 3, none, [&] { return SetUpsShutdownDelaybySnmp(ip(), 50000000); }, 1, "2",
-     0, {{delay, "4294967200", "noError"}}, {{0, "SetUpsShutdownDelaybySnmp[%s] success!"}}},
+     0, {{delay, "4294967200", "noError"}}},
     {"sync", 3, none, [&] { return SetUpsSyncActivebySnmp(ip(), 1); }, 1, "2", 0,
-     {{mib::upsSCGActiveMembershipStatus, "1", "noError"}},
-     {{0, " Set[0] names=[" + std::string(mib::upsSCGActiveMembershipStatus) + "] types=[i] val=[1]"}}},
-    {"null address", 1, none, [&] { return SetUpsOnbySnmp(nullptr, 2); }, 0, "2", 0, {},
-     {{0, "[(null)]SetUpsOnbySnmp(2)"}, {UPS_E_NO_SERVER, "SetUpsOnbySnmp[(null)] error!"}}},
+     {{mib::upsSCGActiveMembershipStatus, "1", "noError"}}},
+    {"null address", 1, none, [&] { return SetUpsOnbySnmp(nullptr, 2); }, 0, "2", 0, {}},
     {"address too long", 1, none, [&] { return SetUpsPowerFailOffbySnmp(long_ip.data()); }, 0, "2",
-     2, {}, {{UPS_E_NO_SERVER, "SetUpsPowerFailOffbySnmp[" + long_ip + "] error!"},
-             {UPS_E_NO_SERVER, "SetUpsSleepOffbySnmp[" + long_ip + "] error!"}}},
+     2, {}},
     // Nothing answers there: no sleep order follows.
-    {"no card", 0, none, [&] { return SetUpsPowerFailOffbySnmp(no_card.data()); }, 0, "2", 1, {},
-     {{UPS_E_NO_SERVER, " powerfail retrun sleep time set error (-2146435071)"},
-      {0, "[127.0.0.2] PowerOff:upsBasicControlConserveBattery(2)===="},
-      {UPS_E_NO_SERVER, "SetUpsSleepOffbySnmp[127.0.0.2] error!"}}},
+    {"no card", 0, none, [&] { return SetUpsPowerFailOffbySnmp(no_card.data()); }, 0, "2", 1, {}},
   };
   // clang-format on
   for (const Row &row : rows) {
@@ -156,15 +133,8 @@ TEST_F(PowerTest, EachOrderSendsItsRequestsOnItsSchedule) {
     EXPECT_EQ(SetsOf(row.order, row.result), row.sets);
     EXPECT_EQ(sim_->Value("ups", mib::upsBasicOutputStatus), row.status);
     EXPECT_EQ(clock_.sleeps, std::vector<unsigned long>(row.pauses, 4000000));
-    auto log = LibraryLog(home_);
-    ASSERT_GE(log.size(), row.closing.size());
-    log.erase(log.begin(), log.end() - static_cast<long>(row.closing.size()));
-    for (LogRecord &record : log) {
-      std::size_t at = record.message.find(Ip("ups"));
-      if (at != std::string::npos) record.message.replace(at, std::strlen(Ip("ups")), "%s");
-    }
-    EXPECT_EQ(log, row.closing);
   }
+  EXPECT_TRUE(Logged(" powerfail retrun sleep time set error (-2146435071)"));
 }
 
 }  // namespace

@@ -60,7 +60,6 @@ TEST_F(ShutdownTest, EveryCardIsServedByModeOffModeAndItsState) {
      " | a3 b2 c7 d3 e3", {}, 0, 0},
     // c too: these modes do not look at the status words.
     {"mode 3", "3", "S", [] {}, " | a3 b2 c7 d3 e3", {}, UPS_E_NO_SERVER, 5},
-    {"mode 4", "4", "N", [] {}, " | a3 b2 c7 d3 e3", {}, UPS_E_NO_SERVER, 5},
   };
   // clang-format on
   for (const Row &row : rows) {
