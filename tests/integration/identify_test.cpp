@@ -1,6 +1,7 @@
 // The UPS identification against a simulated card: the SET journal, the requests the card
 // received and the record file are the oracle.
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,13 +32,17 @@ class IdentifyTest : public CardTest {
  protected:
   void SetUp() override {
     UseUtc();
-    StartCards({"a"});
+    StartCards({"a", "b"});
     for (char *slot : UpsIp) std::strcpy(slot, "127.0.0.1");
   }
-  std::vector<Set> Sets() const {
+  std::vector<Set> Sets(const std::string &card = "a") const {
     std::vector<Set> sets;
-    for (const upssim::JournalEntry &entry : Applied()) sets.emplace_back(entry.oid, entry.value);
+    for (const upssim::JournalEntry &entry : Applied())
+      if (entry.card == card) sets.emplace_back(entry.oid, entry.value);
     return sets;
+  }
+  bool Logged(const std::string &message, unsigned code = 0) const {
+    return std::ranges::count(LibraryLog(home_), LogRecord{code, message}) > 0;
   }
   std::string Info() const { return FileText(home_.data("UPS/UPSinfo.ini")); }
 
@@ -74,6 +79,47 @@ TEST_F(IdentifyTest, NewUpsIsConfiguredThenRecognisedThenReplaced) {
   EXPECT_EQ(Info(), head + "OLD_UPS_type=Smart-UPS 1500]]\nOLD_UPS_Sno.=" + serial +
                         "\nUPS_type=Smart-UPS 1500]]\nUPS_Sno.=NEW0001]]\nDATE=" + kWhen +
                         "\nOLD_DATE=" + kWhen + "\n");
+}
+
+// Nothing configured costs no packet; a silent card is given up after its first time-out, one
+// that answers the wrong status after GetRetryMax tries. Once one card answers, every configured
+// card gets the parameters, each SET retried by its own rule.
+TEST_F(IdentifyTest, StartUpWaitWritesToEveryConfiguredCardOnceOneAnswers) {
+  GetRetryMax = 5, SetRetryMax = 3;
+  const std::vector<std::function<void()>> rows = {
+      [] {}, [&] { std::strcpy(UpsIp[3], Ip("a")), sim_->Silent("a", true); },
+      [&] { sim_->Silent("a", false), sim_->Set("a", mib::upsCommStatus, 'i', "2"); },  // noComm
+  };
+  for (std::size_t row = 0; row < rows.size(); ++row) {
+    for (int(&words)[9] : ups_X1) words[0] = 0x18, words[1] = 0x7f;
+    long before = sim_->Requests("a");
+    clock_.sleeps.clear();
+    rows[row]();
+    EXPECT_EQ(WaitDromStartUp(0), 0);
+    long tries = row == 0 ? 0 : row == 1 ? 1 : 5;
+    EXPECT_EQ(sim_->Requests("a") - before, tries * (sim_->ClientRetries() + 1)) << row;
+    EXPECT_EQ(clock_.sleeps, std::vector<unsigned long>(row == 2 ? 5 : 0, 1000000)) << row;
+    for (int slot = 0; slot < SNMPLUMI_UPS_SLOTS; ++slot)
+      EXPECT_EQ(ups_X1[slot][0] | ups_X1[slot][1], slot == 3 && row > 0 ? 0 : 0x80) << slot;
+  }
+  EXPECT_TRUE(Applied().empty() && Logged(" xxxx UPS SNMP is not connection xxxx"));
+
+  std::strcpy(UpsIp[7], Ip("b"));  // b answers; a still does not, and is written all the same
+  sim_->InjectError("a", mib::upsAdvConfigHighTransferVolt, upssim::Op::kSet, 5);
+  sim_->InjectError("a", mib::upsAdvConfigLowTransferVolt, upssim::Op::kSet, 3);
+  upsAdvConfigHighTransferVolt = 110, upsAdvConfigLowTransferVolt = 90, upsAdvConfigAlarm = 2;
+  upsAdvConfigAlarmTimer = 30, upsAdvConfigMinReturnCapacity = 15, upsAdvConfigSensitivity = 3;
+  upsAdvConfigLowBatteryRunTime = 120, upsAdvConfigBattExhaustThresh = 60;
+  upsAdvTestDiagnosticSchedule = 4;
+  clock_.sleeps.clear();
+  EXPECT_EQ(WaitDromStartUp(0), 1);
+  const std::vector<Set> pushed(kConfigured.begin() + 2, kConfigured.end());
+  EXPECT_EQ(Sets("b"), pushed);
+  std::vector<Set> refused = {pushed[0], pushed[0]};  // genErr: SetRetryMax tries; badValue: one
+  refused.insert(refused.end(), pushed.begin(), pushed.end());
+  EXPECT_EQ(Sets("a"), refused);
+  EXPECT_EQ(clock_.sleeps, std::vector<unsigned long>(7, 1000000));  // 5 checks of a, 2 retries
+  EXPECT_TRUE(Logged("  UPS parameter set error", 2) && Logged("  UPS parameter set error", 3));
 }
 
 }  // namespace

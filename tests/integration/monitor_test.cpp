@@ -88,6 +88,24 @@ TEST_F(MonitorTest, WatchFollowsAMainUpsThroughAPowerFailure) {
   EXPECT_EQ(sim_->Requests("a") - before, 2 * (sim_->ClientRetries() + 1));
 }
 
+// Unlike the main table, the other group keeps its time-out bit until the time reads 0.
+TEST_F(MonitorTest, OtherGroupKeepsItsTimeOutUntilTheTimeReadsZero) {
+  std::strcpy(UpsIpOther[2], Ip("b"));
+  PowerFailWaitOther = 15;
+  sim_->PowerFailure("b", true);
+  for (auto [ticks, word, event] :
+       {std::tuple{"1200", 0x10, " UPS[102] Battery running [12sec]!?"},
+        {"1600", 0x18, "**** UPS[102} PowerFail[16sec] TimeOut! -->shutdown ! ****"},
+        {"1000", 0x18, " UPS[102] Battery running [10sec]"},
+        {"0", 0, " other_UPS[102] is not switched battery"}}) {
+    sim_->Set("b", mib::upsBasicBatteryTimeOnBattery, 't', ticks);
+    KavAcSnmpCheck();
+    EXPECT_EQ(ups_Other_X1[0][2], word) << ticks;
+    EXPECT_EQ(ups_Other_X1_t, word) << "the summary of the group";
+    EXPECT_EQ(NewEvents(), (std::vector<LogRecord>{{0, event}}));
+  }
+}
+
 TEST_F(MonitorTest, StatusReportColumnsAndRanges) {
   std::strcpy(UpsIpServer[3], Ip("a"));
   sim_->Set("a", mib::upsAdvBatteryRunTimeRemaining, 't', "123456");
