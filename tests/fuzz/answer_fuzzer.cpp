@@ -1,12 +1,10 @@
 // The SNMP answer path: every read the library makes, answered over loopback UDP from the input.
-// The card answers each request with the input's next answer (the last again once they run out),
-// then with a noSuchName, so that a request whose answer net-snmp refuses still ends at once.
 // Input: one byte choosing the read, then answers: a kind byte (see Build), a length (2 bytes,
-// little-endian) and that many bytes.
+// little-endian) and that many bytes. The card answers each request with the next answer (the
+// last again once they run out), then a noSuchName, so that a refused answer still ends at once.
 #include <arpa/inet.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -28,17 +26,14 @@ using snmplumi::fuzz::Check;
 constexpr char kCardAddress[] = "127.93.0.1";
 constexpr char kUpsObject[] = ".1.3.6.1.4.1.318.1.1.1.1.1.2.0";
 
-// BER: one element at the front of in, its content; the element whole in *whole.
+// BER: the element at the front of in, its content; the element whole in *whole.
 bool NextElement(std::string_view &in, std::string_view &content,
                  std::string_view *whole = nullptr) {
   if (in.size() < 2) return false;
-  std::size_t length = static_cast<uint8_t>(in[1]);
-  std::size_t at = 2;
-  if (length & 0x80) {
-    const std::size_t bytes = length & 0x7f;
-    if (bytes == 0 || bytes > 3 || in.size() < at + bytes) return false;
-    length = 0;
-    for (std::size_t i = 0; i < bytes; ++i) length = length << 8 | static_cast<uint8_t>(in[at++]);
+  std::size_t at = 2, length = static_cast<uint8_t>(in[1]);
+  if (length > 0x80) {
+    const std::size_t end = at + (length & 0x7f);
+    for (length = 0; at < end && at < in.size(); ++at) length = length << 8 | (in[at] & 0xff);
   }
   if (in.size() - at < length) return false;
   if (whole != nullptr) *whole = in.substr(0, at + length);
@@ -47,17 +42,12 @@ bool NextElement(std::string_view &in, std::string_view &content,
   return true;
 }
 
+// Lengths from 0x80 on in the two-byte long form, which BER allows for any length.
 std::string Element(uint8_t tag, std::string_view content) {
-  std::string out(1, static_cast<char>(tag));
   const std::size_t n = content.size();
-  if (n >= 0x100) {
-    out += {'\x82', static_cast<char>(n >> 8), static_cast<char>(n & 0xff)};
-  } else if (n >= 0x80) {
-    out += {'\x81', static_cast<char>(n)};
-  } else {
-    out += static_cast<char>(n);
-  }
-  return out.append(content);
+  std::string out(1, static_cast<char>(tag));
+  if (n >= 0x80) out += {'\x82', static_cast<char>(n >> 8)};
+  return (out += static_cast<char>(n & 0xff)).append(content);
 }
 
 // What an answer needs of its request.
@@ -78,11 +68,6 @@ bool ParseRequest(std::string_view datagram, Request &request) {
   return true;
 }
 
-struct Answer {
-  uint8_t kind;
-  std::string bytes;
-};
-
 const std::string kZero = Element(0x02, std::string_view("\0", 1));
 
 std::string Datagram(const Request &request, uint8_t pdu_type, std::string_view after_id) {
@@ -102,14 +87,14 @@ std::string Variables(const Request &request, const std::string &value, int coun
   return Element(0x30, list);
 }
 
-// The answer of kind answer.kind % 8 (see the table) built around answer.bytes.
-std::string Build(const Answer &answer, const Request &request) {
-  const std::string_view bytes = answer.bytes, rest = bytes.substr(bytes.empty() ? 0 : 1);
+// The answer of kind answer[0] % 8 (see the table) built around the rest of answer.
+std::string Build(std::string_view answer, const Request &request) {
+  const std::string_view bytes = answer.substr(1), rest = bytes.substr(bytes.empty() ? 0 : 1);
   const uint8_t first = bytes.empty() ? 0 : static_cast<uint8_t>(bytes[0]);
   const std::string no_error = kZero + kZero;
   const std::string after_id[] = {
-      no_error + Variables(request, Value(bytes)),        // 0: a value, tag and content
-      no_error + Variables(request, std::string(bytes)),  // 1: the value element raw
+      no_error + Variables(request, Value(bytes)),                       // 0: a value
+      no_error + Variables(request, std::string(bytes)),                 // 1: the value raw
       Element(0x02, bytes) + Element(0x02, "\x01") + request.variables,  // 2: an error status
       no_error + Element(0x30, bytes),             // 3: the variable list's content raw
       std::string(bytes),                          // 4: the PDU after its request id raw
@@ -117,43 +102,36 @@ std::string Build(const Answer &answer, const Request &request) {
       "",                                          // 6: the whole datagram raw
       no_error + Variables(request, Value(rest), 2 + first % 7),  // 7: a count byte, then as 0
   };
-  const int kind = answer.kind % 8;
+  const int kind = static_cast<uint8_t>(answer[0]) % 8;
   if (kind == 6) return std::string(bytes);
   return Datagram(request, kind == 5 && !bytes.empty() ? first : 0xa2, after_id[kind]);
 }
 
-// The card: a UDP socket on loopback and a thread answering from the current script.
+// The card: a UDP socket on loopback and a thread answering from the current script, for the
+// life of the process.
 struct Card {
   Card() {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
+    sockaddr_in address{.sin_family = AF_INET, .sin_port = 0, .sin_addr = {}, .sin_zero = {}};
     inet_pton(AF_INET, kCardAddress, &address.sin_addr);
     socklen_t length = sizeof address;
     Check(bind(socket_, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 &&
               getsockname(socket_, reinterpret_cast<sockaddr *>(&address), &length) == 0,
           "the card binds a loopback port");
     port = ntohs(address.sin_port);
-    timeval wake{0, 100000};  // to notice the end
-    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &wake, sizeof wake);
-    thread_ = std::thread([this] { Serve(); });
+    std::thread([this] { Serve(); }).detach();
   }
-  ~Card() {
-    stop_ = true;
-    thread_.join();
-    close(socket_);
-  }
-  void Script(std::vector<Answer> answers) {
+  void Script(std::vector<std::string> answers) {
     std::lock_guard<std::mutex> lock(mutex_);
     answers_ = std::move(answers);
     next_ = 0;
   }
-  void Serve() {
+  [[noreturn]] void Serve() {
     std::vector<char> buffer(65536);
-    while (!stop_) {
+    for (;;) {
       sockaddr_in from{};
       socklen_t length = sizeof from;
-      ssize_t n = recvfrom(socket_, buffer.data(), buffer.size(), 0,
-                           reinterpret_cast<sockaddr *>(&from), &length);
+      const ssize_t n = recvfrom(socket_, buffer.data(), buffer.size(), 0,
+                                 reinterpret_cast<sockaddr *>(&from), &length);
       Request request;
       if (n <= 0 || !ParseRequest(std::string_view(buffer.data(), n), request)) continue;
       auto send = [&](const std::string &datagram) {
@@ -169,11 +147,9 @@ struct Card {
 
   uint16_t port = 0;
   int socket_ = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  std::atomic<bool> stop_{false};
   std::mutex mutex_;
-  std::vector<Answer> answers_;
+  std::vector<std::string> answers_;
   std::size_t next_ = 0;
-  std::thread thread_;
 };
 
 struct Setup {
@@ -193,27 +169,25 @@ struct Setup {
                                "BattExhaustThresh=300\nTestDiagnosticSchedule=2\n");
   }
   ~Setup() { SnmpEnd(); }
-  // What a card answers is recorded, never read as more lines: the record keeps one header,
-  // key lines only and its address.
-  void CheckRecord() const {
-    const std::string text = snmplumi::testing::FileText(home.data("UPS/UPSinfo.ini"));
-    std::istringstream lines(text);
-    int headers = 0;
-    for (std::string line; std::getline(lines, line);) {
-      headers += line.starts_with('[') ? 1 : 0;
-      Check(line.starts_with('[') || line.find('=') != std::string::npos,
-            "a record holds key lines only");
-    }
-    Check(headers == 1 && text.ends_with('\n'), "a record keeps one header and whole lines");
-    char ip[snmplumi::kConfigValueSize];
-    ReadConfigFileEx("UPS/UPSinfo.ini", "1000", "IP", ip);
-    Check(std::strcmp(ip, kCardAddress) == 0, "a record keeps its address");
-  }
   // A record of a UPS that is new to the file: the whole identification and configuration runs.
   void FreshRecord() const {
     snmplumi::testing::PutFile(home.data("UPS/UPSinfo.ini"),
                                std::string("[1000]\nIP=") + kCardAddress +
                                    "\nUPS_type=Symmetra RM]]\npath=UPS1\nSCGonoff=1\nSCG_MGN=3\n");
+  }
+  // What a card answers is recorded, never read as more lines or sections.
+  void CheckRecord() const {
+    const std::string text = snmplumi::testing::FileText(home.data("UPS/UPSinfo.ini"));
+    std::istringstream lines(text);
+    std::string line;
+    Check(std::getline(lines, line) && line == "[1000]" && text.ends_with('\n'),
+          "a record keeps its header and whole lines");
+    while (std::getline(lines, line)) {
+      Check(!line.starts_with('[') && line.find('=') != std::string::npos, "key lines only");
+    }
+    char ip[snmplumi::kConfigValueSize];
+    ReadConfigFileEx("UPS/UPSinfo.ini", "1000", "IP", ip);
+    Check(std::strcmp(ip, kCardAddress) == 0, "a record keeps its address");
   }
 
   // The trap report reads its fixed card: this one.
@@ -237,20 +211,16 @@ void Frame(const char *request) {
 void Read(const Setup &setup, unsigned choice) {
   char ip[sizeof kCardAddress];
   std::strcpy(ip, kCardAddress);
-  if (choice < 20) {
-    // SnmpGetR copies at most this much: a byte more would be past the end.
-    auto value = std::make_unique<char[]>(snmplumi::kExportedValueLimit);
-    const DWORD result =
-        SnmpGetR(ip, kUpsObject, "iutasxdonb"[choice % 10], value.get(), choice < 10 ? 1 : 2);
-    Check(result == 0 || result == 1 || result == UPS_E_NO_SERVER || result == UPS_E_CANT_ACCESS,
-          "SnmpGetR answers one of its result codes");
-    return;
-  }
   int a = 0, b = 0, c = 0, d = 0, e = 0, f = 0, g = 0;
   auto state = std::make_unique<char[]>(65);
   auto report = std::make_unique<char[]>(160);
-  // Choices 20 and up, in order.
+  // SnmpGetR copies at most kExportedValueLimit bytes: a byte more would be past the end.
+  auto value = std::make_unique<char[]>(snmplumi::kExportedValueLimit);
+  // Choices 0 to 19 read with SnmpGetR, as each type letter, with and without its log line.
   const std::function<void()> reads[] = {
+      [&] {
+        SnmpGetR(ip, kUpsObject, "iutasxdonb"[choice % 10], value.get(), choice < 10 ? 1 : 2);
+      },
       [&] { GetUpsStatusFromSnmp(ip, &a); },
       [&] { GetUpsInputStatusFromSnmp(ip, &a); },
       [&] { GetUpsDetailStatusFromSnmp(ip, &a, &b, &c, &d, &e); },
@@ -270,7 +240,7 @@ void Read(const Setup &setup, unsigned choice) {
       [] { WaitDromStartUp(0); },
       [&] { SetUpsSleepOffbySnmp(ip, 0, snmplumi::testing::kSomeTime + 3600); },
   };
-  reads[choice - 20]();
+  reads[choice < 20 ? 0 : choice - 19]();
   Check(std::strlen(state.get()) <= 64, "the state flags end within 65 bytes");
   Check(std::strlen(report.get()) < 160, "a report line ends within 160 bytes");
 }
@@ -280,12 +250,12 @@ void Read(const Setup &setup, unsigned choice) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static Setup setup;
   if (size < 1) return 0;
-  std::vector<Answer> answers;
+  std::vector<std::string> answers;
   for (std::size_t at = 1; at + 3 <= size;) {
     const std::size_t length =
         std::min<std::size_t>(data[at + 1] | data[at + 2] << 8, size - at - 3);
-    answers.push_back(
-        {data[at], std::string(reinterpret_cast<const char *>(data + at + 3), length)});
+    answers.emplace_back(1, static_cast<char>(data[at]));
+    answers.back().append(reinterpret_cast<const char *>(data + at + 3), length);
     at += 3 + length;
   }
   setup.card.Script(std::move(answers));

@@ -7,25 +7,17 @@
 #include "snmplumi.h"
 #include "test_home.h"
 
-namespace {
-
-struct Setup {
-  Setup() {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  static snmplumi::testing::TempHome home;
+  static snmplumi::testing::FakeClock clock{snmplumi::testing::kSomeTime};
+  [[maybe_unused]] static const bool configured = [] {
     for (char *slot : UpsIp) std::strcpy(slot, "127.0.0.1");
     GetRetryMax = SetRetryMax = 0;
-    std::strcpy(UpsOffMode, "S");
-  }
-  snmplumi::testing::TempHome home;
-  snmplumi::testing::FakeClock clock{snmplumi::testing::kSomeTime};
-};
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  static Setup setup;
+    return std::strcpy(UpsOffMode, "S") != nullptr;
+  }();
   auto frame = std::make_unique<char[]>(48);
   std::memcpy(frame.get(), data, size < 48 ? size : 48);
   TovLumiSend(0, 0, frame.get(), 48);
-  setup.clock.sleeps.clear();
+  clock.sleeps.clear();
   return 0;
 }

@@ -1,8 +1,7 @@
 // The ring-log writers with arbitrary messages, codes and indexes, each over a file whose first
-// bytes the input sets (or no file). Input: writer (1 byte: library log, trap log, report log),
-// index and code (4 bytes each, little-endian), n (1 byte), n - 1 bytes of file content (n = 0:
-// no file), then the message. Afterwards the header must name a record boundary inside the
-// ring, the file must not be longer than a full ring, and the record must be where it says.
+// bytes the input sets (or no file). Input: writer (1 byte: library, trap or report log), index
+// and code (4 bytes each, little-endian), n (1 byte), n - 1 bytes of file content (n = 0: no
+// file), then the message. The file must stay a ring holding the record where its header says.
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -16,17 +15,11 @@ namespace {
 
 using snmplumi::fuzz::Check;
 
-struct Setup {
-  bool ram = (snmplumi::fuzz::PreferRamTempDir(), true);
-  snmplumi::testing::TempHome home;
-  snmplumi::testing::FakeClock clock{snmplumi::testing::kSomeTime};
-};
-
 uint32_t Word(const uint8_t *data) {
   return data[0] | (data[1] << 8) | (data[2] << 16) | (uint32_t{data[3]} << 24);
 }
 
-// The header and one record only: a file near the end of its ring is a megabyte.
+// Only the bytes asked for: a file near the end of its ring is a megabyte.
 std::string Bytes(const std::string &path, long at, std::size_t count) {
   std::string bytes(count, '\0');
   std::ifstream in(path, std::ios::binary);
@@ -38,7 +31,9 @@ std::string Bytes(const std::string &path, long at, std::size_t count) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  static Setup setup;
+  [[maybe_unused]] static const bool ram = snmplumi::fuzz::PreferRamTempDir();
+  static const snmplumi::testing::TempHome home;
+  static snmplumi::testing::FakeClock clock{snmplumi::testing::kSomeTime};
   if (size < 10) return 0;
   const int writer = data[0] % 3;
   const auto index = static_cast<int>(Word(data + 1));
@@ -52,26 +47,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
   // The file each writer writes; %03d gives the four digits of 1000 to 8999 as well.
   char name[64];
-  if (writer == 0) {
-    std::snprintf(name, sizeof name, "snmplumi.log");
-  } else if (writer == 1) {
-    std::snprintf(name, sizeof name, "snmptrap/snmp%03d.log", index);
-  } else if (index == 9000) {
-    std::snprintf(name, sizeof name, "UPS/MYUPS.LOG");
-  } else {
-    std::snprintf(name, sizeof name, index > 9000 ? "UPS/MYUPS_%d.LOG" : "UPS/UPS%03d.LOG",
-                  index > 9000 ? index - 9000 : index);
-  }
-  const std::string path = setup.home.data(name);
+  std::snprintf(name, sizeof name,
+                writer == 0     ? "snmplumi.log"
+                : writer == 1   ? "snmptrap/snmp%03d.log"
+                : index == 9000 ? "UPS/MYUPS.LOG"
+                : index > 9000  ? "UPS/MYUPS_%d.LOG"
+                                : "UPS/UPS%03d.LOG",
+                writer == 2 && index > 9000 ? index - 9000 : index);
+  const std::string path = home.data(name);
   std::remove(path.c_str());
   if (n != 0) snmplumi::testing::PutFile(path, content);
-  if (writer == 0) {
-    LumiLocalLog(message.c_str(), code);
-  } else if (writer == 1) {
-    LumiLocalLogM(index, message.c_str(), code);
-  } else {
-    ReportLog(index, message.c_str());
-  }
+  if (writer == 0) LumiLocalLog(message.c_str(), code);
+  if (writer == 1) LumiLocalLogM(index, message.c_str(), code);
+  if (writer == 2) ReportLog(index, message.c_str());
 
   const snmplumi::RingShape &shape =
       writer == 2 ? snmplumi::kReportLogShape : snmplumi::kLibraryLogShape;
@@ -79,25 +67,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const long limit = static_cast<long>(shape.record_width) * shape.records;
   const long last_record = (limit - 1) / record_size * record_size;
   const long header_size = snmplumi::kRingHeaderSize;
-  Check(std::filesystem::exists(path), "the file is there", name);
-  Check(static_cast<long>(std::filesystem::file_size(path)) <=
-            header_size + last_record + record_size,
-        "the file is no longer than a full ring", name);
+  Check(std::filesystem::exists(path) && static_cast<long>(std::filesystem::file_size(path)) <=
+                                             header_size + last_record + record_size,
+        "the file is there, no longer than a full ring", name);
   const std::string header = Bytes(path, 0, header_size);
-  Check(header.size() == static_cast<std::size_t>(header_size) &&
-            header.find_first_not_of("0123456789") == 8 && header[8] == '\n',
-        "a header of eight digits", name);
   const long next = std::atol(header.c_str());
-  Check(next < limit && next % record_size == 0, "the header names a record boundary", name);
+  Check(header.size() == static_cast<std::size_t>(header_size) &&
+            header.find_first_not_of("0123456789") == 8 && header[8] == '\n' && next < limit &&
+            next % record_size == 0,
+        "a header of eight digits naming a record boundary", name);
 
   const long at = header_size + (next == 0 ? last_record : next - record_size);
   const std::string record = Bytes(path, at, static_cast<std::size_t>(record_size));
-  Check(record.size() == static_cast<std::size_t>(record_size), "the record is there", name);
   std::string field = message.substr(0, snmplumi::kLogMessageWidth);
   field.resize(snmplumi::kLogMessageWidth, ' ');
-  Check(record.back() == '\n' &&
+  Check(record.size() == static_cast<std::size_t>(record_size) && record.back() == '\n' &&
             record.compare(record.size() - 1 - field.size(), field.size(), field) == 0,
-        "the record ends with the message field", name);
+        "the record is there and ends with the message field", name);
   char coded[16];
   std::snprintf(coded, sizeof coded, "[%08x]", static_cast<unsigned>(code));
   Check(writer == 2 || record.compare(20, 10, coded) == 0, "the record shows the code", name);
