@@ -6,7 +6,6 @@
 #define CHECK(cond) ((cond) ? 0 : (fprintf(stderr, "check failed: %s\n", #cond), 1))
 
 int main(void) {
-  /* Every export is declared by the header and defined by the library. */
   uintptr_t exports[] = {
 #define SNMPLUMI_EXPORT(name) (uintptr_t) & name,
 #include "snmplumi_exports.inc"

@@ -28,36 +28,31 @@ TEST_F(PlatformTest, TempFileNames) {
   EXPECT_EQ(GetTempFileName(dir.c_str(), "_um", 0, name), first + 1);
 }
 
-// Dispositions: 1 create new, 2 create always, 3 open existing, 4 open always, 5 truncate
-// existing (refused).
+// Dispositions: 1 create new, 2 create always, 3 open existing, 4 open always, 5 truncate existing
+// (refused). Rows: access, disposition, file before ("-": none), opens, reads, writes, file after.
 TEST_F(PlatformTest, CreateFileFollowsAccessAndDisposition) {
-  struct Row {
-    DWORD access, disposition;
-    const char *before;  // nullptr: no file
-    bool opens, reads, writes;
-    const char *after;  // nullptr: no file
-  } rows[] = {
-      {kWrite, 3, nullptr, false, false, false, nullptr},
-      {kWrite, 1, nullptr, true, false, true, "x"},
+  const std::tuple<DWORD, DWORD, const char *, bool, bool, bool, const char *> rows[] = {
+      {kWrite, 3, "-", false, false, false, "-"},
+      {kWrite, 1, "-", true, false, true, "x"},
       {kWrite, 1, "abc", false, false, false, "abc"},
       {kRead | kWrite, 5, "abc", false, false, false, "abc"},
       {kRead, 4, "abc", true, true, false, "abc"},
-      {kRead | kWrite, 4, nullptr, true, false, true, "x"},
+      {kRead | kWrite, 4, "-", true, false, true, "x"},
       {kRead | kWrite, 2, "abc", true, false, true, "x"},
   };
   std::string path = home_.data("f");
-  for (const Row &row : rows) {
+  for (const auto &[access, disposition, before, opens, reads, writes, after] : rows) {
     std::filesystem::remove(path);
-    if (row.before != nullptr) PutFile(path, row.before);
-    HANDLE fd = CreateFile(path.c_str(), row.access, 0, nullptr, row.disposition, 0, 0);
-    EXPECT_EQ(fd != INVALID_HANDLE_VALUE, row.opens) << row.disposition;
+    if (before != std::string("-")) PutFile(path, before);
+    HANDLE fd = CreateFile(path.c_str(), access, 0, nullptr, disposition, 0, 0);
+    EXPECT_EQ(fd != INVALID_HANDLE_VALUE, opens) << disposition;
     char byte;
-    EXPECT_EQ(read(fd, &byte, 1) == 1, row.reads) << row.disposition;
+    EXPECT_EQ(read(fd, &byte, 1) == 1, reads) << disposition;
     DWORD written = 99;
-    EXPECT_EQ(WriteFile(fd, "x", 1, &written, nullptr), row.writes) << row.disposition;
-    EXPECT_EQ(written, row.writes ? 1u : 0u) << row.disposition;
+    EXPECT_EQ(WriteFile(fd, "x", 1, &written, nullptr), writes) << disposition;
+    EXPECT_EQ(written, writes ? 1u : 0u) << disposition;
     CloseHandle(fd);
-    EXPECT_EQ(FileExists(path) ? FileText(path) : "-", row.after ? row.after : "-");
+    EXPECT_EQ(FileExists(path) ? FileText(path) : "-", after) << disposition;
   }
   PutFile(path, "0123456789");
   HANDLE fd = CreateFile(path.c_str(), kRead | kWrite, 0, nullptr, 3, 0, 0);

@@ -1,6 +1,7 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 
 #include "unit_test.h"
@@ -8,12 +9,9 @@
 namespace snmplumi::testing {
 namespace {
 
-std::vector<std::string> TempFiles(const std::string &dir) {
-  std::vector<std::string> names;
-  for (const auto &entry : std::filesystem::directory_iterator(dir)) {
-    if (entry.path().extension() == ".TMP") names.push_back(entry.path().filename());
-  }
-  return names;
+bool NoTempFiles(const std::string &dir) {
+  return std::none_of(std::filesystem::directory_iterator(dir), {},
+                      [](const auto &entry) { return entry.path().extension() == ".TMP"; });
 }
 
 class ProfileTest : public HomeTest {
@@ -32,15 +30,14 @@ TEST_F(ProfileTest, ReadRules) {
   const std::string a509(509, 'a'), x251(251, 'x'), y250(250, 'y');
   // A content of snmp.apc ("-": none), and keys of section Snmp with the value a read gives.
   const std::pair<std::string, std::vector<std::pair<const char *, std::string>>> rows[] = {
-      {"[snmp] ; settings\nA=lower\n", {{"A", "lower"}}},
+      {"[snmp] ; settings\nA=lower\n[Other]\nB=2\n[Snmp]\nC=3\n",
+       {{"A", "lower"}, {"B", "<default>"}, {"C", "<default>"}}},
       {"  [Snmp]\nA=indented\n[ Snmp ]\nB=blanks\n[Snmpx]\nC=longer\n[Snm]\nD=shorter\n",
        {{"A", "<default>"}, {"B", "<default>"}, {"C", "<default>"}, {"D", "<default>"}}},
       {"[Snmp]\nUPS_IP = 10.0.0.1  \nCRLF=value\r\nTAB=\t\t x\nEMPTY=\nLAST=x y",
        {{"UPS_IP", "10.0.0.1  "}, {"CRLF", "value"}, {"TAB", "x"}, {"EMPTY", ""}, {"LAST", "x y"}}},
       {"[Snmp]\nups_ip=10.0.0.1\nUPS_IP=10.0.0.2\nUPS_IP=10.0.0.3\n",
        {{"UPS_IP", "10.0.0.2"}, {"ups_ip", "10.0.0.1"}, {"UPS_I", "<default>"}}},
-      {"[Snmp]\nA=1\n[Other]\nB=2\n[Snmp]\nC=3\n",
-       {{"A", "1"}, {"B", "<default>"}, {"C", "<default>"}}},
       {"[Snmp]\n; note\n# A=hidden\nplain text\nA=1\n[not a header\nB=2\n",
        {{"A", "1"}, {"#", "hidden"}, {"B", "<default>"}}},
       {"[Snmp]\nX=" + a509 + "B=tail\n", {{"B", "tail"}, {"X", a509.substr(0, 249)}}},  // 511 + 6
@@ -76,7 +73,7 @@ TEST_F(ProfileTest, WriteRules) {
     if (before != nullptr) PutFile(path, before);
     WriteConfigFileEx("UPS/w.ini", section, key, value);
     EXPECT_EQ(FileText(path), after) << key << " into " << (before ? before : "no file");
-    EXPECT_TRUE(TempFiles(home_.data()).empty());
+    EXPECT_TRUE(NoTempFiles(home_.data()));
   }
 }
 
@@ -139,26 +136,10 @@ TEST_F(ProfileTest, FailedWriteKeepsTheTarget) {
     auto before = state(target);
     EXPECT_EQ(WritePrivateProfileString("S", "K", "v", target.c_str()), 0) << target;
     EXPECT_EQ(state(target), before) << target;
-    EXPECT_TRUE(!FileExists(home_.data()) || TempFiles(home_.data()).empty()) << target;
+    EXPECT_TRUE(!FileExists(home_.data()) || NoTempFiles(home_.data())) << target;
   }
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10))
       << "the temporary-name search is bounded";
-}
-
-TEST_F(ProfileTest, ConcurrentReadersEachGetTheirOwnValue) {
-  std::string file = "[S]\n";
-  for (int t = 0; t < 8; ++t) file += "K" + std::to_string(t) + "=v" + std::to_string(t) + "\n";
-  PutFile(home_.data("snmp.apc"), file);
-  std::atomic<int> misread{0};
-  RunThreads(8, [&misread](int t) {
-    std::string key = "K" + std::to_string(t);
-    for (int i = 0; i < 2000; ++i) {
-      char value[251];
-      ReadConfigFileEx2("snmp.apc", "S", key.c_str(), value);
-      if (value != "v" + std::to_string(t)) ++misread;
-    }
-  });
-  EXPECT_EQ(misread.load(), 0);
 }
 
 // /dev/shm is usually another filesystem than the data directory, where the temporary file is
@@ -177,7 +158,7 @@ TEST_F(ProfileTest, RewriteReplacesTheTargetOnAnyFilesystem) {
     EXPECT_EQ(FileText(dir + "/big.ini"), new_content) << dir;
     EXPECT_EQ(WritePrivateProfileString("S", "K", "v", (dir + "/new.ini").c_str()), 1);
     EXPECT_EQ(FileText(dir + "/new.ini"), "\n[S]\nK=v\n") << dir;
-    EXPECT_TRUE(TempFiles(dir).empty() && TempFiles(home_.data()).empty()) << dir;
+    EXPECT_TRUE(NoTempFiles(dir) && NoTempFiles(home_.data())) << dir;
   }
   struct stat shm_fs, data_fs;
   const bool crossed = stat(shm.c_str(), &shm_fs) == 0 &&

@@ -1,7 +1,6 @@
 #include "runtime/ring_log.h"
 
-#include <fcntl.h>
-
+#include <fstream>
 #include <regex>
 
 #include "unit_test.h"
@@ -12,9 +11,7 @@ namespace {
 constexpr std::size_t kLibraryRecord = 112;
 
 std::string Field(const std::string &message) {
-  std::string field = message.substr(0, 80);
-  field.resize(80, ' ');
-  return field;
+  return (message + std::string(80, ' ')).substr(0, 80);
 }
 
 class RingLogTest : public HomeTest {
@@ -25,8 +22,7 @@ class RingLogTest : public HomeTest {
   FakeClock clock_{kSomeTime};
 };
 
-// The header holds the position of the next record; past the limit it starts again at 0. The
-// message field is cut or padded to 80 characters. Each writer names its file by its index.
+// Past the ring's end the next record goes to 0; messages are cut or padded to 80 characters.
 TEST_F(RingLogTest, HeaderGivesWhereTheNextRecordGoes) {
   const std::string y81 = std::string(80, 'y') + "z";
   const std::tuple<int, const char *, const char *, long, const char *, const char *> rows[] = {
@@ -53,8 +49,7 @@ TEST_F(RingLogTest, HeaderGivesWhereTheNextRecordGoes) {
     if (std::string(file).starts_with("UPS/")) {
       ReportLog(index, message);
     } else {
-      if (index == 0) LumiLocalLog(message, 0x2a);
-      if (index != 0) LumiLocalLogM(index, message, 0x2a);
+      index == 0 ? LumiLocalLog(message, 0x2a) : LumiLocalLogM(index, message, 0x2a);
       record += "[0000002a] ";
     }
     std::string content = FileText(path);
@@ -78,14 +73,23 @@ TEST_F(RingLogTest, WriterThatCannotCreateItsFileLosesTheRecord) {
   EXPECT_FALSE(FileExists(home_.data())) << "no directory is created";
 }
 
-// Every record whole, and every one counted once in the header.
-TEST_F(RingLogTest, ConcurrentWritersLeaveOnlyWholeRecords) {
-  RunThreads(8, [](int t) {
+// Every record whole and counted once in the header; every profile reader gets its own value.
+TEST_F(RingLogTest, ConcurrentLogWritersAndProfileReadersStayExact) {
+  std::string file = "[S]\n";
+  for (int t = 0; t < 8; ++t) file += "K" + std::to_string(t) + "=v" + std::to_string(t) + "\n";
+  PutFile(home_.data("snmp.apc"), file);
+  std::atomic<int> misread{0};
+  RunThreads(8, [&misread](int t) {
+    const std::string key = "K" + std::to_string(t), value = "v" + std::to_string(t);
     for (int n = 0; n < 2000; ++n) {
       std::string msg = "thread " + std::to_string(t) + " record " + std::to_string(n);
       LumiLocalLog(msg.c_str(), static_cast<DWORD>(t));
+      char read[251];
+      ReadConfigFileEx2("snmp.apc", "S", key.c_str(), read);
+      misread += value != read;
     }
   });
+  EXPECT_EQ(misread.load(), 0);
   EXPECT_EQ(FileText(LogPath()).substr(0, 9), "00015904\n") << "(16000 - 2 * 7929) * 112";
   const std::regex whole(R"(2026/11/22 23:28:00 \[0000000([0-7])\] thread \1 record \d+ *)");
   auto records = RingRecords(LogPath(), kLibraryRecord);
@@ -93,16 +97,24 @@ TEST_F(RingLogTest, ConcurrentWritersLeaveOnlyWholeRecords) {
   for (const std::string &record : records) ASSERT_TRUE(std::regex_match(record, whole)) << record;
 }
 
+using Status = std::tuple<DWORD, char, std::string>;
+#define ROW(status, character) Status(status, character, #status)
+
 // Status 0 logs nothing; the others log "Command Error(name)" with the mode as the code.
 TEST_F(RingLogTest, StatusCodesMapToTheirCharacterAndLoggedName) {
-  const std::tuple<DWORD, char, const char *> rows[] = {{0x80000000u, 'F', "UPS_ERROR"},
-                                                        {0x80100001u, '7', "UPS_E_NO_SERVER"},
-                                                        {0x80000001u, 'F', "?"},
-                                                        {0, '0', ""}};
+  const auto table = [](auto... rows) { return std::vector<Status>{rows...}; };
+  const auto rows = table(
+      ROW(UPS_ERROR, 'F'), ROW(UPS_E_BAD_PROTCOL, 'F'), ROW(UPS_E_UNAVAILABLE, 'A'),
+      ROW(UPS_E_INVALID_PARAM, 'A'), ROW(UPS_E_NO_REGISTER, 'F'), ROW(UPS_E_NOT_KAVPC, 'F'),
+      ROW(UPS_E_MANAGER_CONNECTED, '9'), ROW(UPSC_E_PROCESS_NOW, '7'), ROW(UPS_ERROR_ABNORMAL, 'F'),
+      ROW(UPS_E_NO_SERVER, '7'), ROW(UPS_E_CANT_ACCESS, 'F'), ROW(UPS_E_CANT_SERVER_ATTACH, 'F'),
+      ROW(UPS_E_SERVER_SHUTDOWN_NOW, 'F'), ROW(UPS_E_SHUTDOWN_NOW, 'F'),
+      ROW(UPS_E_NO_SHUTDOWN, 'F'), ROW(UPS_E_REGISTER_FAIL, 'F'), ROW(UPS_E_NOT_COMMAND_UPS, 'A'),
+      Status(0x80000001u, 'F', "?"), Status(0, '0', ""));
   std::vector<LogRecord> logged;
   for (unsigned mode = 0; const auto &[status, character, name] : rows) {
-    EXPECT_EQ(SetErs2Status(static_cast<int>(mode), status), character) << std::hex << status;
-    if (status != 0) logged.push_back({mode, "Command Error(" + std::string(name) + ")"});
+    EXPECT_EQ(SetErs2Status(static_cast<int>(mode), status), character) << name;
+    if (status != 0) logged.push_back({mode, "Command Error(" + name + ")"});
     ++mode;
   }
   EXPECT_EQ(LibraryLog(home_), logged);
@@ -123,9 +135,7 @@ TEST_F(RingLogTest, BatchHoldsTheLogOpenAndStillFollowsTheHeader) {
       LumiLocalLog("two", 0);
     }
     EXPECT_EQ(open_files(), before + 1);
-    int fd = ::open(LogPath().c_str(), O_WRONLY | O_CLOEXEC);
-    ASSERT_EQ(::pwrite(fd, "00001120\n", 9, 0), 9);
-    ::close(fd);
+    std::fstream(LogPath(), std::ios::in | std::ios::out) << "00001120\n";
     LumiLocalLog("three", 0);
   }
   EXPECT_EQ(open_files(), before);

@@ -12,15 +12,8 @@ namespace {
 TEST(SleepTimeTest, ArithmeticNeitherWrapsNorOverflows) {
   constexpr std::time_t kMax32 = std::numeric_limits<std::int32_t>::max();
   constexpr DWORD kMaxDword = std::numeric_limits<DWORD>::max();
-  struct Row {
-    int mode;
-    std::time_t ontime, now;
-    DWORD delay;
-    bool cut;
-    DWORD data_time;
-    SleepNote note;
-  };
-  const Row rows[] = {
+  // Mode, on time, now, delay, delay cut; the sleep time and the note planned.
+  const std::tuple<int, std::time_t, std::time_t, DWORD, bool, DWORD, SleepNote> rows[] = {
       {1002, kMax32, 0, 300, false, 3153600000u, SleepNote::kTooFar},
       {1000, 31536330, 0, 300, false, 3153600000u, SleepNote::kNone},
       {1000, 31536331, 0, 300, false, 3153600000u, SleepNote::kTooFar},
@@ -30,10 +23,10 @@ TEST(SleepTimeTest, ArithmeticNeitherWrapsNorOverflows) {
       {2, 100000000, 0, 0, false, 4294967200u, SleepNote::kNone},  // about 497 days at most
       {2, 100000000, 0, 0, true, 4294944000u, SleepNote::kNone},
   };
-  for (const Row &row : rows) {
-    SleepPlan plan = PlanSleep(row.mode, row.ontime, row.delay, row.now, row.cut);
-    EXPECT_EQ(plan.data_time, row.data_time) << row.ontime << " " << row.delay;
-    EXPECT_EQ(plan.note, row.note) << row.ontime << " " << row.delay;
+  for (const auto &[mode, ontime, now, delay, cut, data_time, note] : rows) {
+    SleepPlan plan = PlanSleep(mode, ontime, delay, now, cut);
+    EXPECT_EQ(plan.data_time, data_time) << ontime << " " << delay;
+    EXPECT_EQ(plan.note, note) << ontime << " " << delay;
   }
   // A power-on command's off time stops at the last second a time_t holds (2038 in 32 bits).
   constexpr std::time_t kLast = std::numeric_limits<std::time_t>::max();
