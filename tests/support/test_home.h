@@ -1,7 +1,12 @@
 // Test support: a throw-away installation directory and a clock the test controls.
 #pragma once
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <ctime>
+#include <fstream>
+#include <iterator>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -19,7 +24,9 @@ class TempHome {
   TempHome &operator=(const TempHome &) = delete;
 
   const std::string &root() const { return root_; }
-  std::string data(const std::string &relative = "") const;
+  std::string data(const std::string &relative = "") const {
+    return relative.empty() ? root_ + "/data" : root_ + "/data/" + relative;
+  }
 
  private:
   std::string root_;
@@ -31,7 +38,7 @@ class FakeClock : public Clock {
   explicit FakeClock(std::time_t now) : now_(now) { SetClockForTesting(this); }
   ~FakeClock() override { SetClockForTesting(nullptr); }
   std::time_t Now() override { return now_; }
-  void SleepSeconds(unsigned int seconds) override;
+  void SleepSeconds(unsigned int seconds) override { SleepMicros(seconds * 1000000UL); }
   void SleepMicros(unsigned long micros) override;
   std::vector<unsigned long> sleeps;
 
@@ -40,9 +47,14 @@ class FakeClock : public Clock {
   unsigned long micros_ = 0;
 };
 
-std::string FileText(const std::string &path);
-void PutFile(const std::string &path, const std::string &content);
-bool FileExists(const std::string &path);
+inline std::string FileText(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+inline void PutFile(const std::string &path, const std::string &content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+inline bool FileExists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
 // The records of a ring log, in file order, without their trailing newline.
 std::vector<std::string> RingRecords(const std::string &path, std::size_t record_size);
 
@@ -60,6 +72,9 @@ std::vector<std::string> LogMessages(const TempHome &home);
 
 // 2026-11-22 23:28:00 UTC; tests that look at record times run with TZ=UTC.
 inline constexpr std::time_t kSomeTime = 1795390080;
-void UseUtc();
+inline void UseUtc() {
+  setenv("TZ", "UTC", 1);
+  tzset();
+}
 
 }  // namespace snmplumi::testing

@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
 # Usage: install_test.sh BUILD_DIR COMPILER [FLAGS...]
-# Installs the build into a staging prefix; a small C host built with the installed header and
-# `pkg-config --cflags --libs snmplumi` runs against the installed library with the installed
-# example configuration; the installed tools run.
+# A C host built with `pkg-config --cflags --libs snmplumi` runs on the staged installation.
 set -euo pipefail
 build=$1 compiler=$2
 shift 2
@@ -16,8 +14,8 @@ pc=$(find "$stage" -name snmplumi.pc)
 [ -n "$pc" ] || fail "no snmplumi.pc" "$(cat "$dir/install.log")"
 export PKG_CONFIG_PATH=${pc%/*}
 libdir=$(pkg-config --variable=libdir snmplumi)
-[ "$(readlink "$libdir/libsnmplumi.so")" = libsnmplumi.so.1 ] || fail "link" "$(ls -l "$libdir")"
-[ "$(readlink "$libdir/libsnmplumi.so.1")" = libsnmplumi.so.1.0.0 ] || fail "link" "$(ls -l "$libdir")"
+[ "$(readlink "$libdir/libsnmplumi.so" "$libdir/libsnmplumi.so.1")" = $'libsnmplumi.so.1\nlibsnmplumi.so.1.0.0' ] ||
+  fail "links" "$(ls -l "$libdir")"
 
 cat > "$dir/host.c" <<'EOF'
 #include <snmplumi.h>
@@ -43,7 +41,6 @@ actual=$(SNMPLUMI_HOME=$home SNMPLUMI_TRAP_REPORT_IP=127.0.0.2 LD_LIBRARY_PATH=$
 
 log=$("$stage/bin/snmplumi-logview" "$home/data/snmplumi.log")
 [[ $log == *"TovLumiSend(Cmd:012 / Len:000"* ]] || fail "the installed log viewer printed" "$log"
-for tool in snmplumi-upssim snmplumi-host; do
-  help=$("$stage/bin/$tool" --help) && [[ $help == *"Usage: "* ]] || fail "$tool --help" "$help"
-done
+"$stage/bin/snmplumi-upssim" --help > /dev/null  # the installed tools run
+"$stage/bin/snmplumi-host" --help > /dev/null
 echo "install ok"

@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
 # Usage: logview_test.sh LOGVIEW
-# A wrapped ring prints from the header's position on, then from the start; padding is trimmed;
-# EUC-JP texts come out in UTF-8; filters; a damaged header and a torn record are reported and the
-# rest is printed; a followed log prints records as they are written.
+# Oldest record first, trimmed, EUC-JP in UTF-8; filters; damage reported and the rest printed;
+# a followed log printed as it is written.
 set -euo pipefail
 export LC_ALL=C  # a locale without a charset of its own: the texts come out in UTF-8
 logview=$1
@@ -10,38 +9,32 @@ dir=$(mktemp -d)
 follower=
 trap '[ -n "$follower" ] && kill "$follower" 2>/dev/null; rm -rf "$dir"' EXIT
 fail() { echo "$1:"; echo "$2"; exit 1; }
-
 record() { printf '2026/11/22 23:28:0%d [%08x] %-80s\n' "$1" "${3:-0}" "$2"; }
-{
-  printf '00000224\n'
-  record 4 "fourth" 9; record 5 $'\xb2\xe1\xb5\xee\xa1\xa9'; record 3 "third"
-} > "$dir/wrapped.log"
-printf '00000\n' > "$dir/fresh.log"
-{ printf '00000112\n'; record 1 "only"; } > "$dir/one.log"
+trimmed() { for n in "$@"; do record "${n%%:*}" "${n#*:}"; done | sed 's/ *$//'; }
 
-expected=$'2026/11/22 23:28:03 [00000000] third\n2026/11/22 23:28:04 [00000009] fourth\n2026/11/22 23:28:05 [00000000] 過去？'
+{ printf '00000224\n'; record 4 "fourth" 9; record 5 $'\xb2\xe1\xb5\xee\xa1\xa9'; record 3 "third"; } > "$dir/wrapped.log"
 actual=$("$logview" "$dir/wrapped.log")
-[ "$actual" = "$expected" ] || fail "wrapped ring, converted" "$actual"
+[ "$actual" = $'2026/11/22 23:28:03 [00000000] third\n2026/11/22 23:28:04 [00000009] fourth\n2026/11/22 23:28:05 [00000000] 過去？' ] ||
+  fail "wrapped ring, converted" "$actual"
 actual=$("$logview" --raw --since '2026/11/22 23:28:05' "$dir/wrapped.log")
 [ "$actual" = $'2026/11/22 23:28:05 [00000000] \xb2\xe1\xb5\xee\xa1\xa9' ] || fail "raw, since" "$actual"
 actual=$("$logview" --code 0x9 --until 2026-11-22T23:28:04 "$dir/wrapped.log")
 [ "$actual" = "2026/11/22 23:28:04 [00000009] fourth" ] || fail "code, until" "$actual"
 
+printf '00000\n' > "$dir/fresh.log"
 [ -z "$("$logview" "$dir/fresh.log")" ] || fail "a fresh file has no records" ""
-padded=$("$logview" --keep-padding "$dir/one.log")
+padded=$("$logview" --keep-padding <(printf '00000112\n'; record 1 "only"))
 [ "${#padded}" -eq 111 ] || fail "padding kept: ${#padded} characters" "$padded"
 
 # Header "0000x112", then a record, a torn one, a record older than the first.
 { printf '0000x112\n'; record 4 "fourth"; printf '%0111d\n' 0; record 3 "third"; } > "$dir/damaged.log"
 status=0
 actual=$("$logview" "$dir/damaged.log" 2>"$dir/damaged.err") || status=$?
-[ "$status" -eq 1 ] || fail "damage must exit 1, not $status" "$actual"
-[ "$actual" = "$(sed -n '1,2s/ *$//p' <(record 3 third; record 4 fourth))" ] || fail "damaged" "$actual"
-grep -q 'damaged.log: damaged header "0000x112\\n"' "$dir/damaged.err" || fail "no damaged header" "$(cat "$dir/damaged.err")"
-grep -q 'damaged.log: torn record at byte 121 skipped' "$dir/damaged.err" || fail "no torn record" "$(cat "$dir/damaged.err")"
-
+[ "$status" -eq 1 ] && [ "$actual" = "$(trimmed 3:third 4:fourth)" ] || fail "damaged, exit $status" "$actual"
+grep -q 'damaged.log: damaged header "0000x112\\n"' "$dir/damaged.err" &&
+  grep -q 'damaged.log: torn record at byte 121 skipped' "$dir/damaged.err" || fail "damage" "$(cat "$dir/damaged.err")"
 ! "$logview" "$dir/missing.log" 2>/dev/null || fail "a missing file must fail" ""
-! "$logview" --since yesterday "$dir/one.log" 2>/dev/null || fail "a bad time must fail" ""
+! "$logview" --since yesterday "$dir/wrapped.log" 2>/dev/null || fail "a bad time must fail" ""
 
 # Following a fresh file while records are written the way the library writes them: the record
 # first, then the header.
@@ -50,18 +43,16 @@ append() {
   record "$1" "$2" | dd of="$dir/grow.log" bs=1 seek=$((9 + at)) conv=notrunc status=none
   printf '%08d\n' $((at + 112)) | dd of="$dir/grow.log" conv=notrunc status=none
 }
-wait_for() {
-  for _ in $(seq 100); do [ "$(grep -c . "$dir/follow.out")" -ge "$1" ] && return; sleep 0.1; done
-  fail "follow printed" "$(cat "$dir/follow.out")"
+wait_for() {  # until the follower printed exactly these records
+  for _ in $(seq 100); do [ "$(cat "$dir/follow.out")" = "$(trimmed "$@")" ] && return; sleep 0.1; done
+  fail "followed" "$(cat "$dir/follow.out")"
 }
 printf '00000\n' > "$dir/grow.log"
 "$logview" -f "$dir/grow.log" > "$dir/follow.out" &
 follower=$!
 sleep 0.3
 append 1 "first"
-wait_for 1
+wait_for 1:first
 append 2 "second"; append 3 "third"
-wait_for 3
-expected=$(for n in 1:first 2:second 3:third; do record "${n%%:*}" "${n#*:}"; done | sed 's/ *$//')
-[ "$(cat "$dir/follow.out")" = "$expected" ] || fail "followed" "$(cat "$dir/follow.out")"
+wait_for 1:first 2:second 3:third
 echo "logview ok"
