@@ -1,8 +1,8 @@
-// Integration tests: the library against simulated cards over loopback.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -37,12 +37,20 @@ class CardTest : public ::testing::Test {
   void TearDown() override { SnmpEnd(); }
 
   const char *Ip(const std::string &card) const { return sim_->Address(card).c_str(); }
-  // The SETs the cards carried out: a lossy run also journals the ones the network lost.
-  std::vector<upssim::JournalEntry> Applied() const {
-    std::vector<upssim::JournalEntry> applied;
-    for (const upssim::JournalEntry &entry : sim_->Journal())
-      if (entry.answer != "dropped") applied.push_back(entry);
+  // The SETs the cards carried out from journal entry `first` on: a lossy run also journals
+  // the ones the network lost.
+  std::vector<upssim::JournalEntry> Applied(std::size_t first = 0) const {
+    std::vector<upssim::JournalEntry> applied, journal = sim_->Journal();
+    for (std::size_t i = first; i < journal.size(); ++i)
+      if (journal[i].answer != "dropped") applied.push_back(journal[i]);
     return applied;
+  }
+  // The library log's records that begin so (and carry that code, unless it is -1).
+  long Logged(const std::string &start, long code = -1) const {
+    return std::ranges::count_if(LibraryLog(home_), [&](const LogRecord &record) {
+      return record.message.starts_with(start) &&
+             (code == -1 || record.code == static_cast<unsigned>(code));
+    });
   }
   // Starts the library log afresh, between the rows of a table.
   void ClearLog() const { std::remove(home_.data("snmplumi.log").c_str()); }

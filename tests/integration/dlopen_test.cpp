@@ -1,5 +1,5 @@
-// Loads the real shared library as a host does: its load-time and unload-time hooks run, the
-// settings they read serve the requests, and the host's standard error stays clean.
+// The real shared library as a host loads it: the settings its load-time hook reads serve the
+// requests (its unload is the hygiene test's), and the host's standard error stays clean.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -19,11 +19,6 @@
 namespace {
 
 constexpr char kStatusOid[] = ".1.3.6.1.4.1.318.1.1.1.4.1.1.0";  // upsBasicOutputStatus
-
-std::string Slurp(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
   auto sim = upssim::Simulator::Start({{.name = "ups", .community = "lumi"}});
@@ -59,14 +54,9 @@ TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
   std::fflush(stderr);
   dup2(saved_stderr, 2);
   close(saved_stderr);
-  EXPECT_EQ(Slurp(stderr_path), "") << "a host's standard error is not the library's";
-
-  std::string log = Slurp(home + "/data/snmplumi.log");
-  std::size_t at = 0;
-  for (const char *mark : {"lib_init start", "lib_init end", "lib_end start", "lib_end end : "}) {
-    at = log.find(std::string("[snmplumi] ") + mark, at);
-    EXPECT_NE(at, std::string::npos) << mark;
-  }
+  std::ifstream in(stderr_path);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "")
+      << "a host's standard error is not the library's";
   std::filesystem::remove_all(home);
 }
 

@@ -1,5 +1,4 @@
-// The event wait: its stop, the trap listener on port 162 (root only, else skipped) and the
-// polling fallback, which the tests force by holding the port themselves.
+// The trap listener needs root and a free port 162; holding the port forces the polling fallback.
 #include "unit/event_wait.h"
 
 #include <arpa/inet.h>
@@ -25,7 +24,6 @@ const std::string kStopString = std::string(47, '0') + "8";
 constexpr char kUntouched[] = "untouched buffer";
 constexpr auto kStopAnswered = 3s;  // "about a second", generously for loaded machines
 
-// Port 162 of every address, or -1 with errno.
 int BindTrapPort() {
   int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   sockaddr_in local{};
@@ -76,22 +74,20 @@ class EventWaitTest : public CardTest {
     int fd = BindTrapPort();
     return fd >= 0 && close(fd) == 0;
   }
-  // Keeps the library off port 162.
   bool HoldTrapPort() {
     if (held_port_ < 0) held_port_ = BindTrapPort();
     return held_port_ >= 0 || errno == EADDRINUSE || errno == EACCES;
   }
   // False when the wait ended first (another process took port 162).
   static bool Listening(Wait &wait) {
-    for (auto end = std::chrono::steady_clock::now() + 5s; TrapListenerSocket() < 0;) {
+    for (auto end = std::chrono::steady_clock::now() + 5s; TrapListenerSocket() < 0;)
       if (!wait.Blocks(10ms) || std::chrono::steady_clock::now() > end) return false;
-    }
     return true;
   }
   // Read as text: the wait may be writing the log meanwhile.
-  std::size_t TrapsLogged() const {
+  long TrapsLogged() const {
     const std::string text = FileText(home_.data("snmplumi.log")), line = " [snmp_input] end";
-    std::size_t count = 0;
+    long count = 0;
     for (auto at = text.find(line); at != std::string::npos; at = text.find(line, at + 1)) ++count;
     return count;
   }
@@ -99,8 +95,16 @@ class EventWaitTest : public CardTest {
   int held_port_ = -1;
 };
 
-TEST_F(EventWaitTest, StopEndsTheWaitWithTheStopStringInEitherMode) {
+// Without the listener: a stop in either mode, and what the watch left in the status words
+// (index, word 0, word 1 of slots in use, and the other group's summary) decides what the call
+// returns and writes, and the UPS it puts out of service.
+TEST_F(EventWaitTest, FallbackAnswersStopsAndChoosesTheSlotToReportFromTheStatusWords) {
   if (!HoldTrapPort()) GTEST_SKIP() << "cannot hold UDP port 162: " << std::strerror(errno);
+  NO_TRAP_SERVICE = 1;
+  Wait wait;
+  ASSERT_TRUE(wait.Blocks(1500ms)) << "the wait did not block";
+  wait.ExpectStopAnsweredWithin(1500ms);
+  EXPECT_EQ(TovLumiGet_RunFlag, 0);
   for (int traps_off : {1, 0}) {  // traps on, port 162 held: the fallback
     SCOPED_TRACE(traps_off);
     FakeClock clock(kSomeTime);  // the fallback would pause through it
@@ -112,48 +116,6 @@ TEST_F(EventWaitTest, StopEndsTheWaitWithTheStopStringInEitherMode) {
     EXPECT_EQ(TovLumiStopFlag, 0) << "the stop is consumed";
     EXPECT_TRUE(clock.sleeps.empty());
   }
-  NO_TRAP_SERVICE = 1;
-  Wait wait;
-  ASSERT_TRUE(wait.Blocks(1500ms)) << "the wait did not block";
-  wait.ExpectStopAnsweredWithin(1500ms);
-  EXPECT_EQ(TovLumiGet_RunFlag, 0);
-}
-
-TEST_F(EventWaitTest, ListenerOnPort162TakesEveryTrapAsItArrivesAndHostEventsEndTheWait) {
-  if (!PortFree()) GTEST_SKIP() << "the trap listener needs root and a free UDP port 162";
-  StartCards({"ups0"});
-  g_bDebugMode = 1;
-  Wait first;
-  if (!Listening(first)) GTEST_SKIP() << "another process took UDP port 162";
-  const int listener = TrapListenerSocket();
-  constexpr std::size_t kTraps = 5;
-  for (std::size_t i = 0; i < kTraps; ++i) {
-    sim_->SendTrap("ups0", SNMP_TRAP_ENTERPRISESPECIFIC, 5, "127.0.0.1", 162);
-  }
-  for (int tries = 0; tries < 150 && TrapsLogged() < kTraps; ++tries) {
-    std::this_thread::sleep_for(20ms);
-  }
-  // The host's event: 0, the buffer untouched, the listener kept for the next wait.
-  pthread_mutex_lock(&g_hMutexTovLumiStopControl);
-  TrapRetStatus = 1;
-  pthread_mutex_unlock(&g_hMutexTovLumiStopControl);
-  ASSERT_FALSE(first.Blocks(kStopAnswered));
-  EXPECT_EQ(first.future.get(), std::make_pair(0, std::string(kUntouched)));
-  EXPECT_EQ(TrapRetStatus, 0);
-  Wait second;
-  ASSERT_TRUE(second.Blocks(500ms));
-  EXPECT_EQ(TrapListenerSocket(), listener);
-  second.ExpectStopAnsweredWithin(kStopAnswered);
-  EXPECT_EQ(TrapListenerSocket(), -1) << "a stopped wait closes the listener";
-  // Opened once for both waits; each trap taken with running 0.
-  const std::vector<LogRecord> log = LibraryLog(home_);
-  EXPECT_EQ(std::ranges::count(log, LogRecord{0, " snmp_open end"}), 1);
-  EXPECT_EQ(std::ranges::count(log, LogRecord{0, " [snmp_input] end"}), kTraps);
-}
-
-// What the watch left in the status words (index, word 0, word 1 of slots in use, and the other
-// group's summary); what the call returns and writes, and the UPS it puts out of service.
-TEST_F(EventWaitTest, FallbackChoosesTheSlotToReportFromTheStatusWords) {
   struct Row {
     std::vector<std::array<int, 3>> slots;
     int other_summary, result;
@@ -171,7 +133,6 @@ TEST_F(EventWaitTest, FallbackChoosesTheSlotToReportFromTheStatusWords) {
       {{{0, 0x10, 0}, {1, 0x18, 0x80}}, 0, -1, none},  // none in service timed out
   };
   // clang-format on
-  if (!HoldTrapPort()) GTEST_SKIP() << "cannot hold UDP port 162: " << std::strerror(errno);
   for (const Row &row : rows) {
     SCOPED_TRACE(&row - rows);
     SetUp();
@@ -194,15 +155,42 @@ TEST_F(EventWaitTest, FallbackChoosesTheSlotToReportFromTheStatusWords) {
   }
 }
 
+TEST_F(EventWaitTest, ListenerOnPort162TakesEveryTrapAsItArrivesAndHostEventsEndTheWait) {
+  if (!PortFree()) GTEST_SKIP() << "the trap listener needs root and a free UDP port 162";
+  StartCards({"ups0"});
+  g_bDebugMode = 1;
+  Wait first;
+  if (!Listening(first)) GTEST_SKIP() << "another process took UDP port 162";
+  const int listener = TrapListenerSocket();
+  constexpr long kTraps = 5;
+  for (long i = 0; i < kTraps; ++i)
+    sim_->SendTrap("ups0", SNMP_TRAP_ENTERPRISESPECIFIC, 5, "127.0.0.1", 162);
+  for (int tries = 0; tries < 150 && TrapsLogged() < kTraps; ++tries)
+    std::this_thread::sleep_for(20ms);
+  // The host's event: 0, the buffer untouched, the listener kept for the next wait.
+  pthread_mutex_lock(&g_hMutexTovLumiStopControl);
+  TrapRetStatus = 1;
+  pthread_mutex_unlock(&g_hMutexTovLumiStopControl);
+  ASSERT_FALSE(first.Blocks(kStopAnswered));
+  EXPECT_EQ(first.future.get(), std::make_pair(0, std::string(kUntouched)));
+  EXPECT_EQ(TrapRetStatus, 0);
+  Wait second;
+  ASSERT_TRUE(second.Blocks(500ms));
+  EXPECT_EQ(TrapListenerSocket(), listener);
+  second.ExpectStopAnsweredWithin(kStopAnswered);
+  EXPECT_EQ(TrapListenerSocket(), -1) << "a stopped wait closes the listener";
+  EXPECT_EQ(Logged(" snmp_open end", 0), 1) << "one listener for both waits";
+  EXPECT_EQ(Logged(" [snmp_input] end", 0), kTraps);
+}
+
 // Stops while eight threads send requests to live and silent cards and a card keeps sending
 // traps: no race, every answer right, and every stop answered within about a second.
 TEST_F(EventWaitTest, ConcurrentRequestsAndTrapsLeaveEveryStopAnsweredInASecond) {
   if (!PortFree()) GTEST_SKIP() << "the trap listener needs root and a free UDP port 162";
   StartCards({"live0", "live1", "live2", "silent"});
   sim_->Silent("silent", true);
-  for (int card = 0; card < 3; ++card) {
+  for (int card = 0; card < 3; ++card)
     sim_->Set("live" + std::to_string(card), mib::upsAdvOutputLoad, 'u', std::to_string(30 + card));
-  }
   g_bDebugMode = 1;
   std::atomic<int> wrong{0};
   std::vector<std::jthread> threads;  // asked to stop and joined however the test ends
@@ -219,9 +207,8 @@ TEST_F(EventWaitTest, ConcurrentRequestsAndTrapsLeaveEveryStopAnsweredInASecond)
     });
   }
   threads.emplace_back([this](std::stop_token stop) {
-    for (; !stop.stop_requested(); std::this_thread::sleep_for(20ms)) {
+    for (; !stop.stop_requested(); std::this_thread::sleep_for(20ms))
       sim_->SendTrap("live0", SNMP_TRAP_ENTERPRISESPECIFIC, 5, "127.0.0.1", 162);
-    }
   });
   for (int round = 0; round < 3; ++round) {
     SCOPED_TRACE(round);
@@ -232,7 +219,7 @@ TEST_F(EventWaitTest, ConcurrentRequestsAndTrapsLeaveEveryStopAnsweredInASecond)
   }
   threads.clear();
   EXPECT_EQ(wrong.load(), 0);
-  EXPECT_GT(TrapsLogged(), 0u) << "no trap reached the listener";
+  EXPECT_GT(TrapsLogged(), 0) << "no trap reached the listener";
 }
 
 }  // namespace

@@ -1,5 +1,3 @@
-// The unit's command frames, rebuilt in place byte for byte, and the handlers that reach the
-// cards or the host's own unit.
 #include "card_test.h"
 #include "powernet.h"
 
@@ -91,14 +89,12 @@ TEST_F(FramesTest, DelayIdentityAndShutdownCommandsReachTheCards) {
     std::string answer = read.answer.substr(0, 7) + read.answer.substr(8);
     EXPECT_EQ(sent.frame.substr(0, answer.size()), answer) << read.code;
   }
-  // The shutdown order reaches every configured UPS and is echoed.
   std::strcpy(UpsOffMode, "T");
-  const std::size_t first = Applied().size();
+  const std::size_t first = sim_->Journal().size();
   EXPECT_EQ(Send(Frame("V00", "001", "1")).frame.substr(0, 8), "V0000011");
-  const auto applied = Applied();
   std::string off;  // the cards, in slot order, each with a '?' for any other object
-  for (auto set = applied.begin() + static_cast<long>(first); set != applied.end(); ++set)
-    off += set->card + (set->oid == mib::upsAdvControlUpsOff ? "" : "?");
+  for (const upssim::JournalEntry &set : Applied(first))
+    off += set.card + (set.oid == mib::upsAdvControlUpsOff ? "" : "?");
   EXPECT_EQ(off, "ab");
   // A silent first UPS: the read's error reaches the status, after one try.
   sim_->Silent("a", true);

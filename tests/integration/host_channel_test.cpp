@@ -1,4 +1,3 @@
-// The host command channel's retries and the network-setting handlers on top of it.
 #include <algorithm>
 
 #include "card_test.h"
@@ -6,8 +5,8 @@
 namespace snmplumi::testing {
 namespace {
 
-constexpr DWORD kNoServer = UPS_E_NO_SERVER, kBadProtocol = UPS_E_BAD_PROTCOL;
-constexpr DWORD kCantAccess = UPS_E_CANT_ACCESS;
+constexpr DWORD kNoServer = UPS_E_NO_SERVER, kBadProtocol = UPS_E_BAD_PROTCOL,
+                kCantAccess = UPS_E_CANT_ACCESS;
 
 // The host's unit: results to give in turn (the last one repeats), an answer to write, and every
 // call received as "command/response length", "!" added when the buffer came in not cleared.
@@ -34,8 +33,9 @@ DWORD Signals(DWORD *signal1, DWORD *signal2, DWORD interval, DWORD mode) {
 class HostChannelTest : public ::testing::Test {
  protected:
   void Reset(std::vector<DWORD> results, std::string answer) {
-    DromIssueUpsCommand = DromIssueUpsCommandAV = Issue;
-    DromGetUpsSignals = Signals;
+    // No results: the host left the call-backs unset.
+    DromIssueUpsCommand = DromIssueUpsCommandAV = results.empty() ? nullptr : Issue;
+    DromGetUpsSignals = results.empty() ? nullptr : Signals;
     g_host = {std::move(results), std::move(answer), {}};
     clock_.sleeps.clear();
     std::remove(home_.data("snmplumi.log").c_str());
@@ -45,7 +45,6 @@ class HostChannelTest : public ::testing::Test {
   FakeClock clock_{kSomeTime};
 };
 
-// No results: the host left the call-back unset.
 TEST_F(HostChannelTest, RetriesFollowTheResultAndPauseOnlyBeforeAnotherCall) {
   struct Row {
     char channel;  // C: SendDromCommand, A: SendDromCommandAV, I: GetDromInterrupt
@@ -72,8 +71,6 @@ TEST_F(HostChannelTest, RetriesFollowTheResultAndPauseOnlyBeforeAnotherCall) {
   for (const Row &row : rows) {
     SCOPED_TRACE(&row - rows);
     Reset(row.results, "Cp0");
-    if (row.results.empty()) DromIssueUpsCommand = DromIssueUpsCommandAV = nullptr;
-    if (row.results.empty()) DromGetUpsSignals = nullptr;
     char response[256] = "stale";
     DWORD signal1 = 0, signal2 = 0;
     DWORD result = row.channel == 'C'   ? SendDromCommand("Cp", 17, response)

@@ -1,7 +1,4 @@
-// The power-state watch and the status queries against simulated cards.
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "card_test.h"
 #include "monitor/watch.h"
@@ -37,8 +34,7 @@ TEST_F(MonitorTest, WatchFollowsAMainUpsThroughAPowerFailure) {
   std::strcpy(UpsIp[0], Ip("a"));
   sim_->PowerFailure("a", true);
   struct Step {
-    const char *ticks;
-    const char *cause;  // nullptr: the cause cannot be read
+    const char *ticks, *cause;  // cause nullptr: it cannot be read
     DWORD wait;
     int word0;
     std::vector<LogRecord> events;
