@@ -18,7 +18,6 @@ namespace snmplumi::testing {
 // A report line of a card that answered nothing.
 inline constexpr char kNoReading[] = " - -- --- --- --- --  -- - --- -- ---- ---  --- --- ----  - ";
 
-// A number as the value buffer of a GET or SET.
 template <class T>
 char *Raw(T &number) {
   return reinterpret_cast<char *>(&number);
@@ -52,7 +51,6 @@ class CardTest : public ::testing::Test {
              (code == -1 || record.code == static_cast<unsigned>(code));
     });
   }
-  // Starts the library log afresh, between the rows of a table.
   void ClearLog() const { std::remove(home_.data("snmplumi.log").c_str()); }
 
   TempHome home_;

@@ -17,7 +17,6 @@ class PowerTest : public CardTest {
     OffRequestCount = 3, OffRequestInterval = 4;
   }
   char *ip() { return const_cast<char *>(Ip("ups")); }
-  // Runs the order on a fresh log and returns the SETs the card carried out.
   std::vector<Set> SetsOf(const std::function<BOOL()> &order, BOOL result) {
     ClearLog(), clock_.sleeps.clear();
     const std::size_t first = sim_->Journal().size();
