@@ -10,7 +10,6 @@ namespace {
 TEST(FormatLineTest, LinePrintsAsAFormatWithoutArguments) {
   // The line, what it prints, errno when it is written.
   const std::tuple<const char *, std::string, int> rows[] = {
-      {"100%d\n", "1000\n", 0},
       {"[%5d|%-3i|%05u|%+d|% d]", "[    0|0  |00000|+0| 0]", 0},
       {"%x %X %#o %lld %hhu %zd %jd", "0 0 0 0 0 0 0", 0},
       {"%f %.2e %g %5.1F|%p|%b", "0.000000 0.00e+00 0   0.0|(nil)|0", 0},

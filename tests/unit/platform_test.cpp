@@ -17,7 +17,6 @@ TEST_F(PlatformTest, TempFileNames) {
   EXPECT_EQ(GetTempFileName("/d", "_umbrella", 0xabcdef12u, name), 0xabcdef12u);
   EXPECT_STREQ(name, "/d/_umabcdef12.TMP");
   EXPECT_EQ(GetTempFileName(nullptr, "_um", 26, name), 0u);
-  EXPECT_FALSE(FileExists("/d"));
   std::string dir = home_.data();
   unsigned int first = GetTempFileName(dir.c_str(), "_um", 0, name);
   EXPECT_GE(first, GetTickCount() - 2000);
@@ -50,7 +49,6 @@ TEST_F(PlatformTest, CreateFileFollowsAccessAndDisposition) {
     EXPECT_EQ(read(fd, &byte, 1) == 1, reads) << disposition;
     DWORD written = 99;
     EXPECT_EQ(WriteFile(fd, "x", 1, &written, nullptr), writes) << disposition;
-    EXPECT_EQ(written, writes ? 1u : 0u) << disposition;
     CloseHandle(fd);
     EXPECT_EQ(FileExists(path) ? FileText(path) : "-", after) << disposition;
   }

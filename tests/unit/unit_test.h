@@ -23,10 +23,4 @@ class HomeTest : public ::testing::Test {
   TempHome home_;
 };
 
-inline void RunThreads(int count, const std::function<void(int)> &body) {
-  std::vector<std::thread> threads;
-  for (int t = 0; t < count; ++t) threads.emplace_back(body, t);
-  for (auto &thread : threads) thread.join();
-}
-
 }  // namespace snmplumi::testing
