@@ -27,8 +27,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   unsigned long *parsed = xp_snmp_parse_oid(text.c_str(), name.get(), &length);
   Check(parsed == nullptr || (parsed == name.get() && length <= capacity),
         "a parse fits the caller's array");
-  Check(parsed == nullptr || g_bAC_MIBConvertMode == 0 ||
-            (OIDdatc >= 1 && OIDdatc <= 32 && length >= 1 && length <= 64 && name[length - 1] == 0),
-        "the own parser ends on a 0 and moves the ring index on, inside the ring");
   return 0;
 }

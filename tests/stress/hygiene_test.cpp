@@ -1,6 +1,6 @@
 // The real shared library loaded and unloaded 100 times, with 10,000 requests through its own,
-// the host's and the trap listener's sessions: no descriptor outlives an unload, and
-// LeakSanitizer (ASan build) or valgrind (g++ build) checks the memory at exit.
+// the host's and the trap listener's sessions: no descriptor outlives an unload, and valgrind
+// (g++ build) checks the memory at exit.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -9,7 +9,6 @@
 #include <fstream>
 #include <future>
 
-#include "pin_netsnmp.h"
 #include "powernet.h"
 #include "snmplumi.h"
 #include "upssim_fixture.h"
@@ -17,7 +16,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-namespace mib = snmplumi::mib;
 
 constexpr int kCycles = 100;
 constexpr int kRequestsPerCycle = 100;
@@ -32,7 +30,6 @@ long OpenDescriptors() {
 struct Library {
   void *handle;
   decltype(&SnmpGet) get = EXPORT(SnmpGet);
-  decltype(&SnmpSet) set = EXPORT(SnmpSet);
   decltype(&SnmpEnd) end = EXPORT(SnmpEnd);
   decltype(&AC_SnmpMgrOpen) open = EXPORT(AC_SnmpMgrOpen);
   decltype(&TovLumiGet) wait = EXPORT(TovLumiGet);
@@ -47,7 +44,6 @@ class HygieneTest : public ::testing::Test {
  protected:
   void SetUp() override {
     sim_ = upssim::Simulator::Start({{.name = "ups0"}, {.name = "ups1"}, {.name = "ups2"}});
-    sim_->InjectError("ups2", mib::upsAdvOutputLoad, upssim::Op::kGet, 5);
     home_ = (std::filesystem::temp_directory_path() / "snmplumi-hygiene-XXXXXX").string();
     ASSERT_NE(mkdtemp(home_.data()), nullptr);
     std::filesystem::create_directories(home_ + "/data/UPS");
@@ -63,43 +59,36 @@ class HygieneTest : public ::testing::Test {
   void TearDown() override { std::filesystem::remove_all(home_); }
 
   // A wait whose listener is open, ended by the event a host signals: the listener stays open
-  // for the unload to close. False when another process took port 162 meanwhile.
-  bool LeaveListenerOpen(const Library &library) {
+  // for the unload to close, unless another process took port 162 meanwhile.
+  void LeaveListenerOpen(const Library &library) {
     auto wait = std::async(std::launch::async, [&library] {
       char buffer[64] = {};
       return library.wait(0, nullptr, buffer);
     });
     while (std::atomic_ref(*library.listener).load() == nullptr) {
-      if (wait.wait_for(10ms) == std::future_status::ready) return false;  // the fallback's -1
+      if (wait.wait_for(10ms) == std::future_status::ready) return;  // the fallback's -1
     }
     sim_->SendTrap("ups0", 6, 1, "127.0.0.1", 162);  // read and handed to snmp_input
     pthread_mutex_lock(library.event_mutex);
     *library.event = 1;
     pthread_mutex_unlock(library.event_mutex);
     EXPECT_EQ(wait.get(), 0);
-    return *library.listener != nullptr;  // an event leaves the listener open
+    EXPECT_NE(*library.listener, nullptr) << "an event leaves the listener open";
   }
 
   void Cycle(int cycle, bool listener) {
     void *handle = dlopen(SNMPLUMI_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(handle, nullptr) << dlerror();
-    PinNetSnmp();
     const Library library{handle};
     const bool slow = cycle % kSlowCycleEvery == 0;
     if (slow) sim_->Drop("ups2", 1);
     for (int i = 0; i < kRequestsPerCycle; ++i) {
-      const int slot = i % 3;
-      const bool load = i % 10 == 8;
       if (i == kRequestsPerCycle / 2) library.end();  // a host may close them all and go on
       int32_t value = -1;
-      const DWORD result =
-          i % 10 == 9 ? library.set(mib::upsBasicIdentName, 's', "hygiene", slot)
-                      : library.get(load ? mib::upsAdvOutputLoad : mib::upsBasicOutputStatus,
-                                    load ? 'u' : 'i', reinterpret_cast<char *>(&value), 0, slot);
-      // An answer, an error status or a time-out: each path a request can take.
-      ASSERT_EQ(result, load && slot == 2 ? UPS_E_CANT_ACCESS
-                        : slow && i == 2  ? UPS_E_NO_SERVER
-                                          : 0)
+      // An answer or a time-out: each way a request can leave its session.
+      ASSERT_EQ(library.get(snmplumi::mib::upsBasicOutputStatus, 'i',
+                            reinterpret_cast<char *>(&value), 0, i % 3),
+                slow && i == 2 ? UPS_E_NO_SERVER : 0)
           << "cycle " << cycle << " request " << i;
     }
     EXPECT_NE(library.open(sim_->Address("ups1").c_str()), nullptr);
@@ -108,7 +97,7 @@ class HygieneTest : public ::testing::Test {
       library.stop();  // the next wait opens the listener, is stopped at once and closes it
       EXPECT_EQ(library.wait(0, nullptr, buffer), 1);
       EXPECT_EQ(*library.listener, nullptr);
-      if (slow) listeners_left_open_ += LeaveListenerOpen(library) ? 1 : 0;
+      if (slow) LeaveListenerOpen(library);
     }
     ASSERT_EQ(dlclose(handle), 0);
     ASSERT_EQ(dlopen(SNMPLUMI_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr) << "stayed loaded";
@@ -116,7 +105,6 @@ class HygieneTest : public ::testing::Test {
 
   std::unique_ptr<upssim::Simulator> sim_;
   std::string home_;
-  int listeners_left_open_ = 0;
 };
 
 TEST_F(HygieneTest, LoadUnloadCyclesAndRequestsLeaveNothingBehind) {
@@ -130,9 +118,6 @@ TEST_F(HygieneTest, LoadUnloadCyclesAndRequestsLeaveNothingBehind) {
     ASSERT_NO_FATAL_FAILURE(Cycle(cycle, listener));
     ASSERT_EQ(OpenDescriptors(), baseline) << "after unload " << cycle;
   }
-  EXPECT_EQ(sim_->Requests("ups0") + sim_->Requests("ups1") + sim_->Requests("ups2"),
-            kCycles * kRequestsPerCycle);
-  std::printf("unloads with the trap listener open: %d\n", listeners_left_open_);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 // file), then the message. The file must stay a ring holding the record where its header says.
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
 #include "fuzz_support.h"
 #include "runtime/ring_log.h"
@@ -15,19 +14,6 @@ namespace {
 
 using snmplumi::fuzz::Check;
 
-uint32_t Word(const uint8_t *data) {
-  return data[0] | (data[1] << 8) | (data[2] << 16) | (uint32_t{data[3]} << 24);
-}
-
-// Only the bytes asked for: a file near the end of its ring is a megabyte.
-std::string Bytes(const std::string &path, long at, std::size_t count) {
-  std::string bytes(count, '\0');
-  std::ifstream in(path, std::ios::binary);
-  in.seekg(at).read(bytes.data(), static_cast<std::streamsize>(count));
-  bytes.resize(static_cast<std::size_t>(in.gcount()));
-  return bytes;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -36,8 +22,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static snmplumi::testing::FakeClock clock{snmplumi::testing::kSomeTime};
   if (size < 10) return 0;
   const int writer = data[0] % 3;
-  const auto index = static_cast<int>(Word(data + 1));
-  const DWORD code = Word(data + 5);
+  int index = 0;
+  DWORD code = 0;
+  std::memcpy(&index, data + 1, 4);  // little-endian, as the corpus was written
+  std::memcpy(&code, data + 5, 4);
   const std::size_t n = data[9];
   const std::size_t content_size = n == 0 ? 0 : std::min(n - 1, size - 10);
   const std::string content(reinterpret_cast<const char *>(data + 10), content_size);
@@ -67,10 +55,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const long limit = static_cast<long>(shape.record_width) * shape.records;
   const long last_record = (limit - 1) / record_size * record_size;
   const long header_size = snmplumi::kRingHeaderSize;
-  Check(std::filesystem::exists(path) && static_cast<long>(std::filesystem::file_size(path)) <=
-                                             header_size + last_record + record_size,
+  const std::string text = snmplumi::testing::FileText(path);
+  Check(std::filesystem::exists(path) &&
+            static_cast<long>(text.size()) <= header_size + last_record + record_size,
         "the file is there, no longer than a full ring", name);
-  const std::string header = Bytes(path, 0, header_size);
+  const std::string header = text.substr(0, static_cast<std::size_t>(header_size));
   const long next = std::atol(header.c_str());
   Check(header.size() == static_cast<std::size_t>(header_size) &&
             header.find_first_not_of("0123456789") == 8 && header[8] == '\n' && next < limit &&
@@ -78,7 +67,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         "a header of eight digits naming a record boundary", name);
 
   const long at = header_size + (next == 0 ? last_record : next - record_size);
-  const std::string record = Bytes(path, at, static_cast<std::size_t>(record_size));
+  const std::string record = text.substr(std::min(static_cast<std::size_t>(at), text.size()),
+                                         static_cast<std::size_t>(record_size));
   std::string field = message.substr(0, snmplumi::kLogMessageWidth);
   field.resize(snmplumi::kLogMessageWidth, ' ');
   Check(record.size() == static_cast<std::size_t>(record_size) && record.back() == '\n' &&
