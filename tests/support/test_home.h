@@ -20,8 +20,6 @@ class TempHome {
  public:
   TempHome();
   ~TempHome();
-  TempHome(const TempHome &) = delete;
-  TempHome &operator=(const TempHome &) = delete;
 
   const std::string &root() const { return root_; }
   std::string data(const std::string &relative = "") const {
