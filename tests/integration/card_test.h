@@ -36,8 +36,7 @@ class CardTest : public ::testing::Test {
   void TearDown() override { SnmpEnd(); }
 
   const char *Ip(const std::string &card) const { return sim_->Address(card).c_str(); }
-  // The SETs the cards carried out from journal entry `first` on: a lossy run also journals
-  // the ones the network lost.
+  // The SETs the cards carried out from journal entry `first` on (the journal has lost ones too).
   std::vector<upssim::JournalEntry> Applied(std::size_t first = 0) const {
     std::vector<upssim::JournalEntry> applied, journal = sim_->Journal();
     for (std::size_t i = first; i < journal.size(); ++i)

@@ -1,15 +1,11 @@
 // The real shared library as a host loads it: the settings its load-time hook reads serve the
 // requests (its unload is the hygiene test's), and the host's standard error stays clean.
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include "pin_netsnmp.h"
@@ -34,13 +30,7 @@ TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
   std::filesystem::create_directories(home + "/netsnmp/cert_indexes");
   setenv("SNMP_PERSISTENT_DIR", (home + "/netsnmp").c_str(), 1);
 
-  std::string stderr_path = home + "/stderr";
-  std::fflush(stderr);
-  int saved_stderr = dup(2);
-  int capture = open(stderr_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  dup2(capture, 2);
-  close(capture);
-
+  ::testing::internal::CaptureStderr();
   void *library = dlopen(SNMPLUMI_LIBRARY, RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(library, nullptr) << dlerror();
   PinNetSnmp();
@@ -51,11 +41,7 @@ TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
       << "the constructor read UPS_IP and the community";
   EXPECT_EQ(status, 2);
   EXPECT_EQ(dlclose(library), 0);
-  std::fflush(stderr);
-  dup2(saved_stderr, 2);
-  close(saved_stderr);
-  std::ifstream in(stderr_path);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "")
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "")
       << "a host's standard error is not the library's";
   std::filesystem::remove_all(home);
 }

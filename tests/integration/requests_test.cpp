@@ -3,8 +3,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <future>
 #include <thread>
 #include <tuple>
+#include <utility>
 
 #include "card_test.h"
 #include "powernet.h"
@@ -26,13 +28,8 @@ class RequestsTest : public CardTest {
 };
 
 TEST_F(RequestsTest, GetCopiesAndLogsByTypeLetter) {
-  struct Row {
-    char letter;
-    const char *oid_text, *card_value;
-    std::string copied;
-    const char *line;
-  };
-  const Row rows[] = {
+  // Letter, object, value on the card, the buffer's start afterwards, the log line.
+  const std::tuple<char, const char *, const char *, std::string, const char *> rows[] = {
       {'i', mib::upsBasicOutputStatus, "3", std::string("\x03\0\0\0", 4), "get = 3 (type=i)"},
       {'a', mib::upsSCGMultiCastIP, "239.1.2.3", "\xef\x01\x02\x03", "get = 50463215(type=a)"},
       // Strings arrive without a terminator: a longer earlier value keeps its tail.
@@ -41,16 +38,15 @@ TEST_F(RequestsTest, GetCopiesAndLogsByTypeLetter) {
       {'o', mib::upsBasicIdentModel, "xyz", "xyz3456789ABCDEFGHIJ", "get = ?(type=o)"},
       {'n', mib::upsBasicIdentModel, "xyz", "0123456789ABCDEFGHIJ", "get = null(type=n)"},
   };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(row.letter);
-    sim_->Set("ups", row.oid_text, '=', row.card_value);
+  for (const auto &[letter, oid_text, card_value, copied, line] : rows) {
+    SCOPED_TRACE(letter);
+    sim_->Set("ups", oid_text, '=', card_value);
     for (int logflag : {0, 1, 2}) {
       char buffer[32] = "0123456789ABCDEFGHIJ";
-      ASSERT_EQ(SnmpGetR(Ip("ups"), row.oid_text, row.letter, buffer, logflag), 0u);
-      EXPECT_EQ(std::string(buffer, row.copied.size()), row.copied) << logflag;
+      ASSERT_EQ(SnmpGetR(Ip("ups"), oid_text, letter, buffer, logflag), 0u);
+      EXPECT_EQ(std::string(buffer, copied.size()), copied) << logflag;
     }
-    EXPECT_EQ(LibraryLog(home_),
-              (std::vector<LogRecord>{{0, GetLine(row.oid_text)}, {0, row.line}}))
+    EXPECT_EQ(LibraryLog(home_), (std::vector<LogRecord>{{0, GetLine(oid_text)}, {0, line}}))
         << "only logflag 1 logs";
     ClearLog();
   }
@@ -64,28 +60,25 @@ TEST_F(RequestsTest, GetCopiesAndLogsByTypeLetter) {
 // The name write is the status queries' routine write test: logged in debug mode only.
 TEST_F(RequestsTest, SetSendsEachTypeLetter) {
   int32_t volts = 127;
-  struct Row {
-    char letter;
-    const char *oid_text, *value, *card_value, *answer;
-  };
-  const Row rows[] = {
-      {'i', mib::upsAdvConfigHighTransferVolt, Raw(volts), "127", "127"},
-      {'s', mib::upsBasicIdentName, "Server room", "Server room", "Server room"},
-      {'a', mib::upsSCGMultiCastIP, "224.0.0.100", "224.0.0.100", "1677721824"},
+  // Letter, object, value on the card, value in the debug line (an 'i' goes as an integer).
+  const std::tuple<char, const char *, const char *, const char *> rows[] = {
+      {'i', mib::upsAdvConfigHighTransferVolt, "127", "127"},
+      {'s', mib::upsBasicIdentName, "Server room", "Server room"},
+      {'a', mib::upsSCGMultiCastIP, "224.0.0.100", "1677721824"},
   };
   for (int debug : {0, 1}) {
     g_bDebugMode = debug;
-    for (const Row &row : rows) {
-      SCOPED_TRACE(row.letter);
-      ASSERT_EQ(SnmpSetR(Ip("ups"), row.oid_text, row.letter, row.value), 0u);
-      EXPECT_EQ(sim_->Value("ups", row.oid_text), row.card_value);
-      EXPECT_EQ(Applied().back().type, row.letter);
+    for (auto [letter, oid_text, card_value, answer] : rows) {
+      SCOPED_TRACE(letter);
+      ASSERT_EQ(SnmpSetR(Ip("ups"), oid_text, letter, letter == 'i' ? Raw(volts) : card_value), 0u);
+      EXPECT_EQ(sim_->Value("ups", oid_text), card_value);
+      EXPECT_EQ(Applied().back().type, letter);
       std::vector<std::string> expected;
-      if (row.letter == 'a') expected.push_back("SnmpSetR: unknown type? : (a)");
-      if (debug || row.oid_text != mib::upsBasicIdentName)
-        expected.push_back(std::string(" Set[0] names=[") + row.oid_text + "] types=[" +
-                           row.letter + "] val=[" + row.card_value + "]");
-      if (debug) expected.push_back(std::string(" snmp:OK(0.0) Val=[") + row.answer + "]");
+      if (letter == 'a') expected.push_back("SnmpSetR: unknown type? : (a)");
+      if (debug || oid_text != mib::upsBasicIdentName)
+        expected.push_back(std::string(" Set[0] names=[") + oid_text + "] types=[" + letter +
+                           "] val=[" + card_value + "]");
+      if (debug) expected.push_back(std::string(" snmp:OK(0.0) Val=[") + answer + "]");
       EXPECT_EQ(LogMessages(home_), expected) << "debug " << debug;
       ClearLog();
     }
@@ -94,68 +87,45 @@ TEST_F(RequestsTest, SetSendsEachTypeLetter) {
 
 TEST_F(RequestsTest, SetErrorStatusesMapToResults) {
   int32_t value = 1;
-  const std::tuple<int, DWORD, const char *> rows[] = {
-      {1, UPS_E_CANT_ACCESS, "SNMP_ERR_TOOBIG"},
-      {3, UPS_E_INVALID_PARAM, "SNMP_ERR_BADVALUE"},
-      {6, UPS_E_CANT_ACCESS, "other"}};
-  for (auto [status, result, name] : rows) {
+  const std::pair<int, DWORD> rows[] = {
+      {1, UPS_E_CANT_ACCESS}, {3, UPS_E_INVALID_PARAM}, {6, UPS_E_CANT_ACCESS}};
+  for (auto [status, result] : rows) {
     sim_->InjectError("ups", mib::upsAdvControlUpsOff, Op::kSet, status);
     EXPECT_EQ(SnmpSetR(Ip("ups"), mib::upsAdvControlUpsOff, 'i', Raw(value)), result) << status;
     sim_->ClearErrors("ups");
-    EXPECT_EQ(LibraryLog(home_).back(),
-              (LogRecord{0, std::string("[s]SNMP Error: ") + name +
-                                ", errorIndex=" + std::to_string(status)}));
-    ClearLog();
   }
 }
 
-// A GET's error status is logged in debug mode only; a silent card is no server; a request
-// that cannot be built is not sent.
+// A GET's error status is logged in debug mode only, whatever the log flag; a request that
+// cannot be built is not sent.
 TEST_F(RequestsTest, FailedRequestsLeaveTheValueAndLogTheirCause) {
   sim_->InjectError("ups", mib::upsAdvOutputVoltage, Op::kGet, 2);
   int32_t value = -1;
-  EXPECT_EQ(SnmpGetR(Ip("ups"), mib::upsAdvOutputVoltage, 'u', Raw(value), 1), UPS_E_CANT_ACCESS);
-  EXPECT_TRUE(LogMessages(home_).empty());
-  g_bDebugMode = 1;
-  EXPECT_EQ(SnmpGetR(Ip("ups"), mib::upsAdvOutputVoltage, 'u', Raw(value), 0), UPS_E_CANT_ACCESS);
+  for (int debug : {0, 1}) {
+    g_bDebugMode = debug;
+    EXPECT_EQ(SnmpGetR(Ip("ups"), mib::upsAdvOutputVoltage, 'u', Raw(value), 1 - debug),
+              UPS_E_CANT_ACCESS);
+    EXPECT_EQ(Logged("  error: (noSuchName)"), debug);
+  }
   sim_->Silent("ups", true);
   EXPECT_EQ(SnmpGetR(Ip("ups"), mib::upsCommStatus, 'i', Raw(value), 1), UPS_E_NO_SERVER);
   EXPECT_EQ(value, -1);
-  auto messages = LogMessages(home_);
-  ASSERT_EQ(messages.size(), 4u);
-  EXPECT_EQ(messages[1].rfind("  error: (noSuchName)", 0), 0u) << messages[1];
-  EXPECT_TRUE(messages[3].starts_with(std::string(" Get Timeout: No Response from ") + Ip("ups")))
-      << messages[3];
+  EXPECT_EQ(Logged(std::string(" Get Timeout: No Response from ") + Ip("ups")), 1);
   sim_->Silent("ups", false);
-  ClearLog(), g_bDebugMode = 0;
   const std::size_t sent = sim_->Journal().size();
   g_bAC_MIBConvertMode = 1;
   EXPECT_EQ(SnmpSetR(Ip("ups"), "1.3.6.1.4.1.318.1.1.1.6.2.1.0", 'i', Raw(value)), UPS_E_NO_SERVER);
-  EXPECT_EQ(SnmpSetR(Ip("ups"), mib::upsAdvControlUpsOff, 2, Raw(value)), UPS_E_NO_SERVER);
   char text[8];
   EXPECT_EQ(SnmpGetR(Ip("ups"), "1.3.6", 's', text, 1), UPS_E_NO_SERVER);
   EXPECT_EQ(sim_->Journal().size(), sent);
-  EXPECT_EQ(LibraryLog(home_).size(), 8u);
-  EXPECT_EQ(Logged("  snmp_add_var error! <SNMPERR_VAR_TYPE>", -61), 1);
 }
 
-TEST_F(RequestsTest, OversizeStringIsCutAtTheBuffer) {
-  sim_->Oversize("ups", mib::upsBasicIdentModel, 1000);
-  char buffer[300];
-  std::memset(buffer, '#', sizeof buffer);
-  EXPECT_EQ(SnmpGetR(Ip("ups"), mib::upsBasicIdentModel, 's', buffer, 0), 0u);
-  EXPECT_EQ(std::string(buffer + 254, 2), "X#");
-}
-
-class LossyNetworkTest : public CardTest {
- protected:
-  void SetUp() override {
-    setenv("UPSSIM_CLIENT_RETRIES", "2", 1);
-    StartCards({"ups"});
-  }
-};
+// Two retries whatever the run: set before the cards start.
+using LossyNetworkTest = CardTest;
 
 TEST_F(LossyNetworkTest, SilentCardCostsEveryRetryAndNothingMore) {
+  setenv("UPSSIM_CLIENT_RETRIES", "2", 1);
+  StartCards({"ups"});
   sim_->Silent("ups", true);
   int32_t off = 2;
   auto start = std::chrono::steady_clock::now();
@@ -167,6 +137,8 @@ TEST_F(LossyNetworkTest, SilentCardCostsEveryRetryAndNothingMore) {
 // Answers that come after the request was given up reach no one; ASan's
 // detect_stack_use_after_return would see a write into a finished wait.
 TEST_F(LossyNetworkTest, LateAnswerToAbandonedRequestIsHarmless) {
+  setenv("UPSSIM_CLIENT_RETRIES", "2", 1);
+  StartCards({"ups"});
   sim_->Set("ups", mib::upsAdvOutputVoltage, 'u', "101");
   sim_->Delay("ups", milliseconds(3200));
   int32_t value = -1;
@@ -232,14 +204,10 @@ TEST_F(ConcurrentRequestsTest, ConcurrentRequestsAndTheHostSessionStayExact) {
 
 TEST_F(ConcurrentRequestsTest, ConcurrentSilentCardDoesNotStallOtherCards) {
   sim_->Silent("silent", true);
-  std::atomic<bool> silent_returned{false}, waiting{false};
-  std::thread stalled([&] {
+  auto silent = std::async(std::launch::async, [this] {
     int32_t value;
-    waiting = true;
-    SnmpGetR(Ip("silent"), mib::upsCommStatus, 'i', Raw(value), 0);
-    silent_returned = true;
+    return SnmpGetR(Ip("silent"), mib::upsCommStatus, 'i', Raw(value), 0);
   });
-  while (!waiting) std::this_thread::yield();
   // Well inside the silent card's time-out; on a lossy network fewer requests fit.
   std::this_thread::sleep_for(milliseconds(200));
   const int requests = Lossy() ? 2 : 20;
@@ -248,8 +216,9 @@ TEST_F(ConcurrentRequestsTest, ConcurrentSilentCardDoesNotStallOtherCards) {
     int32_t value = 0;
     answered += SnmpGetR(Ip("ups0"), mib::upsCommStatus, 'i', Raw(value), 0) == 0;
   }
-  EXPECT_FALSE(silent_returned) << "answers from one card came while another stayed silent";
-  stalled.join();
+  EXPECT_EQ(silent.wait_for(milliseconds(0)), std::future_status::timeout)
+      << "answers from one card came while another stayed silent";
+  EXPECT_EQ(silent.get(), UPS_E_NO_SERVER);
   EXPECT_EQ(answered, requests);
 }
 
