@@ -153,10 +153,10 @@ std::string Value(long n) {
   return std::string(static_cast<std::size_t>(n % 40), 'v') + "#" + std::to_string(n);
 }
 
-// Lines the rewrite copies, so that a copy can be caught in the middle.
+// Lines the rewrite copies (more than one copy buffer), so that a copy can be caught midway.
 std::string Render(long n) {
   std::string text = "[Pad]\n";
-  for (int i = 0; i < 300; ++i) text += "key" + std::to_string(i) + "=a line\n";
+  for (int i = 0; i < 700; ++i) text += "key" + std::to_string(i) + "=a line\n";
   return text + "[Gen]\nvalue=" + Value(n) + "\n";
 }
 
