@@ -23,6 +23,25 @@ char *Raw(T &number) {
   return reinterpret_cast<char *>(&number);
 }
 
+// A 48-character request: code, a position 3 nobody reads, length, data; the rest '.'.
+inline std::string Frame(const std::string &code, const std::string &length,
+                         const std::string &data) {
+  std::string frame = code + "?" + length + data;
+  frame.resize(48, '.');
+  return frame;
+}
+
+// The frame as TovLumiSend leaves it, whose result follows the status at position 47.
+inline std::string Send(std::string frame) {
+  frame.resize(48);
+  // Exactly 48 bytes on the heap: a read or write past them is AddressSanitizer's to see.
+  auto buffer = std::make_unique<char[]>(48);
+  std::memcpy(buffer.get(), frame.data(), 48);
+  const int result = TovLumiSend(0, 0, buffer.get(), 48);
+  EXPECT_EQ(result, buffer[47] == '0' ? 0 : -1) << frame;
+  return std::string(buffer.get(), 48);
+}
+
 class CardTest : public ::testing::Test {
  protected:
   // Starts the cards and points net-snmp at them: call before any request of the process.

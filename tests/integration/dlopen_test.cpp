@@ -2,13 +2,11 @@
 // requests (its unload is the hygiene test's), and the host's standard error stays clean.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 
-#include "pin_netsnmp.h"
+#include "loaded_library.h"
 #include "snmplumi.h"
 #include "upssim_fixture.h"
 
@@ -18,18 +16,8 @@ constexpr char kStatusOid[] = ".1.3.6.1.4.1.318.1.1.1.4.1.1.0";  // upsBasicOutp
 
 TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
   auto sim = upssim::Simulator::Start({{.name = "ups", .community = "lumi"}});
-  std::string home = (std::filesystem::temp_directory_path() / "snmplumi-dlopen-XXXXXX").string();
-  ASSERT_NE(mkdtemp(home.data()), nullptr);
-  std::filesystem::create_directories(home + "/data/UPS");
-  std::ofstream(home + "/data/config.apc") << "[Lumi]\nTraceMode=ON\n";
-  std::ofstream(home + "/data/snmp.apc")
-      << "[Snmp]\nUPS_IP=" << sim->Address("ups") << "\nUPS_Com=lumi\n";
-  setenv("SNMPLUMI_HOME", home.c_str(), 1);
-  setenv("SNMPCONFPATH", sim->ClientConfigDir().c_str(), 1);
-  // net-snmp announces on standard error a cert_indexes directory it has to create; give it one.
-  std::filesystem::create_directories(home + "/netsnmp/cert_indexes");
-  setenv("SNMP_PERSISTENT_DIR", (home + "/netsnmp").c_str(), 1);
-
+  const std::string home = MakeLoadedHome(
+      "[Snmp]\nUPS_IP=" + sim->Address("ups") + "\nUPS_Com=lumi\n", sim->ClientConfigDir());
   ::testing::internal::CaptureStderr();
   void *library = dlopen(SNMPLUMI_LIBRARY, RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(library, nullptr) << dlerror();

@@ -6,9 +6,9 @@
 #include <netinet/in.h>
 
 #include <filesystem>
-#include <fstream>
 #include <future>
 
+#include "loaded_library.h"
 #include "powernet.h"
 #include "snmplumi.h"
 #include "upssim_fixture.h"
@@ -44,17 +44,10 @@ class HygieneTest : public ::testing::Test {
  protected:
   void SetUp() override {
     sim_ = upssim::Simulator::Start({{.name = "ups0"}, {.name = "ups1"}, {.name = "ups2"}});
-    home_ = (std::filesystem::temp_directory_path() / "snmplumi-hygiene-XXXXXX").string();
-    ASSERT_NE(mkdtemp(home_.data()), nullptr);
-    std::filesystem::create_directories(home_ + "/data/UPS");
-    std::filesystem::create_directories(home_ + "/netsnmp/cert_indexes");
-    std::ofstream(home_ + "/data/config.apc") << "[Lumi]\nTraceMode=ON\n";
-    std::ofstream(home_ + "/data/snmp.apc")
-        << "[Snmp]\nUPS_IP=" << sim_->Address("ups0") << "\nUPS_IP1=" << sim_->Address("ups1")
-        << "\nUPS_IP2=" << sim_->Address("ups2") << "\nUPS_Com=public\n";
-    setenv("SNMPLUMI_HOME", home_.c_str(), 1);
-    setenv("SNMPCONFPATH", sim_->ClientConfigDir().c_str(), 1);
-    setenv("SNMP_PERSISTENT_DIR", (home_ + "/netsnmp").c_str(), 1);
+    home_ = MakeLoadedHome("[Snmp]\nUPS_IP=" + sim_->Address("ups0") +
+                               "\nUPS_IP1=" + sim_->Address("ups1") +
+                               "\nUPS_IP2=" + sim_->Address("ups2") + "\nUPS_Com=public\n",
+                           sim_->ClientConfigDir());
   }
   void TearDown() override { std::filesystem::remove_all(home_); }
 

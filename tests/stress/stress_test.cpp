@@ -44,14 +44,9 @@ using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
 
 // Frames that read the cards, and one that writes the same delay every time.
-const char *const kFrames[] = {"012000", "0F2000", "H01000", "15100203", "152000", "1B2000"};
-
-std::string Send(const char *request) {
-  char frame[49];
-  std::snprintf(frame, sizeof frame, "%-3.3s.%-44s", request, request + 3);
-  TovLumiSend(0, 0, frame, 48);
-  return frame;
-}
+const std::string kFrames[] = {Frame("012", "000", ""), Frame("0F2", "000", ""),
+                               Frame("H01", "000", ""), Frame("151", "002", "03"),
+                               Frame("152", "000", ""), Frame("1B2", "000", "")};
 
 // Everything a host does, all at once for a few seconds: no race (under ThreadSanitizer), no
 // deadlock, every frame answered as when alone, no locked profile write lost, every log record
@@ -67,8 +62,8 @@ TEST_F(ConcurrentHostTest, ConcurrentHostThreadsLeaveWholeLogsAndValidProfiles) 
   lib_init();
   ASSERT_EQ(NO_TRAP_SERVICE, 1);
   std::map<std::string, std::string> alone;  // the answers with nothing else running
-  for (const char *request : kFrames) alone[request] = Send(request);
-  ASSERT_EQ(alone["0F2000"][47], '0');
+  for (const std::string &request : kFrames) alone[request] = Send(request);
+  ASSERT_EQ(alone[kFrames[1]][47], '0') << "0F2 reads the cards";
   SnmpEnd();  // the threads open the sessions again, all at once
 
   std::atomic<bool> done{false};
@@ -99,7 +94,7 @@ TEST_F(ConcurrentHostTest, ConcurrentHostThreadsLeaveWholeLogsAndValidProfiles) 
   });
   spawn("watch", [](long) { EXPECT_EQ(KavAcSnmpCheck(), 1); });
   spawn("frames", [&](long round) {
-    const char *request = kFrames[round % std::size(kFrames)];
+    const std::string &request = kFrames[round % std::size(kFrames)];
     EXPECT_EQ(Send(request), alone.at(request));
   });
   // A locked write is never lost to the other thread's; unlocked ones may be, but never damage

@@ -15,8 +15,7 @@ TempHome::TempHome() {
   std::filesystem::create_directories(root_ + "/data/UPS");
   std::filesystem::create_directory(root_ + "/data/snmptrap");
   setenv("SNMPLUMI_HOME", root_.c_str(), 1);
-  // A loopback address where nothing answers, unless the test names a simulated card.
-  setenv("SNMPLUMI_TRAP_REPORT_IP", "127.0.0.9", 0);
+  setenv(kTrapReportAddressEnv, kQuietTrapReportIp, 0);
   LoadEnvironment();
 }
 
@@ -40,9 +39,9 @@ std::vector<std::string> RingRecords(const std::string &path, std::size_t record
   return records;
 }
 
-std::vector<LogRecord> LibraryLog(const TempHome &home) {
+std::vector<LogRecord> CodedLog(const std::string &path) {
   std::vector<LogRecord> records;
-  for (const std::string &record : RingRecords(home.data("snmplumi.log"), 112)) {
+  for (const std::string &record : RingRecords(path, 112)) {
     std::string message = record.substr(31);
     message.erase(message.find_last_not_of(' ') + 1);
     records.push_back(

@@ -16,6 +16,9 @@
 namespace snmplumi::testing {
 
 // "<tmp>/snmplumi-XXXXXX" with data/, data/UPS and data/snmptrap, as SNMPLUMI_HOME until the end.
+// Where the trap report asks unless a test names a simulated card: nothing answers there.
+inline constexpr char kQuietTrapReportIp[] = "127.0.0.9";
+
 class TempHome {
  public:
   TempHome();
@@ -64,8 +67,12 @@ struct LogRecord {
     *out << '{' << record.code << ", \"" << record.message << "\"}";
   }
 };
-// The library log of home, in file order (the tests never write enough to wrap it).
-std::vector<LogRecord> LibraryLog(const TempHome &home);
+// A log of coded records (the library log, a trap log), in file order (the tests never write
+// enough to wrap it).
+std::vector<LogRecord> CodedLog(const std::string &path);
+inline std::vector<LogRecord> LibraryLog(const TempHome &home) {
+  return CodedLog(home.data("snmplumi.log"));
+}
 std::vector<std::string> LogMessages(const TempHome &home);
 
 // 2026-11-22 23:28:00 UTC; tests that look at record times run with TZ=UTC.

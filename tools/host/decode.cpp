@@ -94,12 +94,12 @@ constexpr FrameCommand kCommands[] = {
 // Columns of SnmpGetReport, the last two for a Symmetra only.
 constexpr ReportColumn kReportColumns[] = {
     {"input phase"},
-    {"fail cause", powernet_values::kLineFailCause},
+    {"fail cause", kLineFailCause},
     {"input V"},
     {"input max V"},
     {"input min V"},
     {"input Hz"},
-    {"output status", powernet_values::kOutputStatus},
+    {"output status", kOutputStatus},
     {"output phase"},
     {"output V"},
     {"output Hz"},
@@ -108,7 +108,7 @@ constexpr ReportColumn kReportColumns[] = {
     {"capacity %"},
     {"battery C"},
     {"run time s"},
-    {"replace battery", powernet_values::kReplaceIndicator},
+    {"replace battery", kReplaceIndicator},
     {"battery packs"},
     {"bad battery packs"},
 };
@@ -151,14 +151,7 @@ void PrintData(const FrameCommand *command, std::string_view data) {
 
 }  // namespace
 
-const std::span<const Named> kOutputStatus = powernet_values::kOutputStatus;
-const std::span<const Named> kLineFailCause = powernet_values::kLineFailCause;
-const std::span<const Named> kReplaceIndicator = powernet_values::kReplaceIndicator;
-const std::span<const Named> kScgMembership = powernet_values::kScgActiveMembership;
 const std::span<const Named> kInputStatus = kInputStatusRows;
-const std::span<const Named> kConfigAlarm = powernet_values::kConfigAlarm;
-const std::span<const Named> kSensitivity = powernet_values::kSensitivity;
-const std::span<const Named> kDiagnosticSchedule = powernet_values::kDiagnosticSchedule;
 
 const char *NameOf(std::span<const Named> table, int value) {
   for (const Named &row : table) {

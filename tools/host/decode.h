@@ -18,14 +18,15 @@ const char *NameOf(std::span<const Named> table, int value);
 // "2 onLine", or "-" for the 99999 a query leaves in what it could not read.
 std::string Described(std::span<const Named> table, int value);
 
-extern const std::span<const Named> kOutputStatus;      // upsBasicOutputStatus
-extern const std::span<const Named> kLineFailCause;     // upsAdvInputLineFailCause
-extern const std::span<const Named> kReplaceIndicator;  // upsAdvBatteryReplaceIndicator
-extern const std::span<const Named> kScgMembership;     // upsSCGActiveMembershipStatus
-extern const std::span<const Named> kInputStatus;       // GetUpsInputStatusFromSnmp's classes
-extern const std::span<const Named> kConfigAlarm;       // upsAdvConfigAlarm
-extern const std::span<const Named> kSensitivity;       // upsAdvConfigSensitivity
-extern const std::span<const Named> kDiagnosticSchedule;
+// The PowerNet value names, the simulator's too.
+using powernet_values::kConfigAlarm;
+using powernet_values::kDiagnosticSchedule;
+using powernet_values::kLineFailCause;
+using powernet_values::kOutputStatus;
+using powernet_values::kReplaceIndicator;
+using powernet_values::kScgActiveMembership;
+using powernet_values::kSensitivity;
+extern const std::span<const Named> kInputStatus;  // GetUpsInputStatusFromSnmp's classes
 
 // What the set bits of a status word mean ("on battery, power-fail wait exceeded"), or
 // "no event". field is the word's position in the unit status string: 0 to 8 the words of a

@@ -142,7 +142,7 @@ int Query(const Library &library, Args &args) {
                                                                 &offset, &members, flags);
   Print("%-28s %d  SCG group %s, %s, sync delay %s, capacity offset %s, members %s\n",
         "GetUpsDetailStatusFromSnmp3", scg_ok, Value(group, "").c_str(),
-        Described(kScgMembership, member).c_str(), Value(delay, " s").c_str(),
+        Described(kScgActiveMembership, member).c_str(), Value(delay, " s").c_str(),
         Value(offset, " %").c_str(), Value(members, "").c_str());
   Print("%-28s    state flags %s\n", "", *flags != '\0' ? flags : "-");
   return status_ok && input_ok && detail_ok && scg_ok ? 0 : kExitFailed;
