@@ -7,12 +7,11 @@
 #include <string>
 
 #include "loaded_library.h"
+#include "powernet.h"
 #include "snmplumi.h"
 #include "upssim_fixture.h"
 
 namespace {
-
-constexpr char kStatusOid[] = ".1.3.6.1.4.1.318.1.1.1.4.1.1.0";  // upsBasicOutputStatus
 
 TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
   auto sim = upssim::Simulator::Start({{.name = "ups", .community = "lumi"}});
@@ -25,7 +24,8 @@ TEST(SharedLibraryTest, LoadRequestsAndUnloadAsAHostDoes) {
   auto get = reinterpret_cast<decltype(&SnmpGet)>(dlsym(library, "SnmpGet"));
   ASSERT_NE(get, nullptr);
   int32_t status = 0;
-  EXPECT_EQ(get(kStatusOid, 'i', reinterpret_cast<char *>(&status), 0, 0), 0u)
+  EXPECT_EQ(get(snmplumi::mib::upsBasicOutputStatus, 'i', reinterpret_cast<char *>(&status), 0, 0),
+            0u)
       << "the constructor read UPS_IP and the community";
   EXPECT_EQ(status, 2);
   EXPECT_EQ(dlclose(library), 0);

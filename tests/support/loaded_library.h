@@ -1,5 +1,4 @@
-// For the tests that load the real library with dlopen, and so cannot link the test support
-// library.
+// For the tests that dlopen the real library and so cannot link the test support library.
 #pragma once
 
 #include <dlfcn.h>
@@ -11,9 +10,8 @@
 #include <stdexcept>
 #include <string>
 
-// A new installation directory named by the environment: data/UPS, a config.apc with the debug
-// lines on and snmp_apc as snmp.apc. net-snmp reads client_config and keeps its persistent
-// files there too, with the cert_indexes directory it would announce on standard error.
+// A new installation directory named by the environment (debug lines on, snmp_apc as snmp.apc),
+// net-snmp's client_config and a persistent directory holding the cert_indexes it would announce.
 inline std::string MakeLoadedHome(const std::string &snmp_apc, const std::string &client_config) {
   std::string home = (std::filesystem::temp_directory_path() / "snmplumi-so-XXXXXX").string();
   if (mkdtemp(home.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
